@@ -144,6 +144,7 @@ bool HasDepthOrStencil(const PixelFormatDescriptor& d) { return AnyKind(d, Pixel
 bool HasPalette(const PixelFormatDescriptor& d) { return AnyKind(d, PixelComponent::P, PixelComponent::P); }
 
 bool HasFloatComponent(const PixelFormatDescriptor& d) {
+  // Compressed data carries no component list; bit 2 marks the float block formats.
   if (IsCompressed(d)) return IsUnormalized(d);
   PixelFormatMeta meta{};
   return ParseUncompressed(d, &meta) && HasFloatComponent(meta);
@@ -239,9 +240,11 @@ unsigned long long BytesPerRow(const PixelFormatMeta& meta, unsigned long long w
   unsigned long long d = 0;
   const unsigned long long n = BytesPerPixel(meta, &d);
   if (n == 0 || d == 0) return 0;
-  unsigned long long product = 0;
-  if (MulOverflows(n, width, &product)) return 0;
-  return AlignUp(CeilDiv(product, d), alignment);
+  // ceil(n * width / d) without overflowing on the intermediate product.
+  unsigned long long row = 0;
+  if (MulOverflows(width / d, n, &row)) return 0;
+  if (__builtin_add_overflow(row, CeilDiv(width % d * n, d), &row)) return 0;
+  return AlignUp(row, alignment);
 }
 
 unsigned long long BytesPerRow(const PixelFormatDescriptor& d, unsigned long long width,

@@ -1,0 +1,13 @@
+#include "verbs.h"
+
+namespace lumo::image::cli {
+
+const std::vector<Verb>& Verbs() {
+  // Built on first use: the entries live in other translation units.
+  static const std::vector<Verb> verbs = {
+      FormatVerb(),
+  };
+  return verbs;
+}
+
+}  // namespace lumo::image::cli

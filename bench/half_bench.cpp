@@ -8,6 +8,8 @@
 
 #include <benchmark/benchmark.h>
 
+#include "bench_util.h"
+
 #include <chrono>
 #include <cstdint>
 #include <cstring>
@@ -18,6 +20,7 @@ namespace {
 
 using half_float::half;
 using lumo::image::detail::HalfPath;
+using namespace lumo::image::bench;
 
 constexpr std::size_t kCount = std::size_t{4} << 20;  // 4 Mi values
 
@@ -38,45 +41,11 @@ std::vector<half> RandomHalves() {
   return v;
 }
 
-// Seconds per row of the memcpy baselines, written by the memcpy benchmarks,
-// which are registered (and so run) first. [0] half-sized output, [1] float.
-double g_memcpy_seconds[2] = {0, 0};
-
-// Runs the timed loop and returns wall seconds per row.
-template <typename Fn>
-double RunRows(benchmark::State& state, Fn&& row) {
-  const auto start = std::chrono::steady_clock::now();
-  for (auto _ : state) {
-    row();
-    benchmark::ClobberMemory();
-  }
-  const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
-  return elapsed.count() / static_cast<double>(state.iterations());
-}
-
-void Report(benchmark::State& state, std::size_t out_bytes, double seconds_per_row, int baseline) {
-  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * out_bytes));
+void Report(benchmark::State& state, std::size_t out_bytes, double seconds) {
+  ReportVsMemcpy(state, out_bytes, seconds);
   state.counters["values_per_second"] =
       benchmark::Counter(static_cast<double>(state.iterations() * kCount), benchmark::Counter::kIsRate);
-  if (baseline >= 0 && g_memcpy_seconds[baseline] > 0) {
-    state.counters["vs_memcpy"] = seconds_per_row / g_memcpy_seconds[baseline];
-  }
 }
-
-template <typename T>
-void Memcpy(benchmark::State& state, double& seconds_per_row) {
-  std::vector<T> src(kCount, T(1.0f));
-  std::vector<T> dst(kCount);
-  seconds_per_row = RunRows(state, [&] {
-    std::memcpy(dst.data(), src.data(), kCount * sizeof(T));
-    benchmark::DoNotOptimize(dst.data());
-  });
-  Report(state, kCount * sizeof(T), seconds_per_row, -1);
-}
-
-void BM_MemcpyHalfBytes(benchmark::State& state) { Memcpy<half>(state, g_memcpy_seconds[0]); }
-
-void BM_MemcpyFloatBytes(benchmark::State& state) { Memcpy<float>(state, g_memcpy_seconds[1]); }
 
 void BM_FloatToHalf(benchmark::State& state, HalfPath path) {
   if (!lumo::image::detail::HalfPathSupported(path)) {
@@ -85,11 +54,11 @@ void BM_FloatToHalf(benchmark::State& state, HalfPath path) {
   }
   std::vector<float> src = RandomFloats();
   std::vector<half> dst(kCount);
-  const double seconds = RunRows(state, [&] {
+  const double seconds = SecondsPerIteration(state, [&] {
     lumo::image::detail::FloatToHalf(path, src.data(), dst.data(), kCount);
     benchmark::DoNotOptimize(dst.data());
   });
-  Report(state, kCount * sizeof(half), seconds, 0);
+  Report(state, kCount * sizeof(half), seconds);
 }
 
 void BM_HalfToFloat(benchmark::State& state, HalfPath path) {
@@ -99,17 +68,16 @@ void BM_HalfToFloat(benchmark::State& state, HalfPath path) {
   }
   std::vector<half> src = RandomHalves();
   std::vector<float> dst(kCount);
-  const double seconds = RunRows(state, [&] {
+  const double seconds = SecondsPerIteration(state, [&] {
     lumo::image::detail::HalfToFloat(path, src.data(), dst.data(), kCount);
     benchmark::DoNotOptimize(dst.data());
   });
-  Report(state, kCount * sizeof(float), seconds, 1);
+  Report(state, kCount * sizeof(float), seconds);
 }
 
 }  // namespace
 
-BENCHMARK(BM_MemcpyHalfBytes)->Unit(benchmark::kMicrosecond)->UseRealTime();
-BENCHMARK(BM_MemcpyFloatBytes)->Unit(benchmark::kMicrosecond)->UseRealTime();
+[[maybe_unused]] const bool kBaselines = (RegisterMemcpy(kCount * sizeof(half)), RegisterMemcpy(kCount * sizeof(float)), true);
 BENCHMARK_CAPTURE(BM_FloatToHalf, f16c, HalfPath::F16c)->Unit(benchmark::kMicrosecond)->UseRealTime();
 BENCHMARK_CAPTURE(BM_FloatToHalf, portable, HalfPath::Portable)->Unit(benchmark::kMicrosecond)->UseRealTime();
 BENCHMARK_CAPTURE(BM_HalfToFloat, f16c, HalfPath::F16c)->Unit(benchmark::kMicrosecond)->UseRealTime();

@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Builds lmimage in Release and shows what the command-line tool reports for a few formats.
+# Builds lmimage in Release and shows what the command-line tool reports for a few formats
+# and conversions.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/deps.sh
@@ -13,3 +14,5 @@ set -x
 "$tool" format A8R8G8B8 s_DXT5 R5G6B5 0x900a403901240500
 "$tool" format ASTC_RGBA_5x4
 "$tool" format --list
+"$tool" convert-path R5G6B5 L8
+"$tool" convert-path A4 s_R8G8B8A8

@@ -5,3 +5,7 @@
 #include "lumo/image/half.h"
 #include "lumo/image/compressed_formats.h"
 #include "lumo/image/formats.h"
+#include "lumo/image/surface_data.h"
+#include "lumo/image/converters.h"
+#include "lumo/image/engines.h"
+#include "lumo/image/image_factory.h"

@@ -10,37 +10,11 @@
 
 #include "lumo/image/compressed_formats.h"
 #include "lumo/image/formats.h"
+#include "format_args.h"
 #include "verbs.h"
 
 namespace lumo::image::cli {
 namespace {
-
-constexpr const char* kBadArgument = "not a pixel format name or 0x hex value";
-// "bytes per pixel:" plus room; keeps the values in one column.
-constexpr size_t kKeyWidth = 18;
-
-struct Resolved {
-  PixelFormatDescriptor descriptor;
-  PixelFormatMeta meta;
-  std::string name;
-};
-
-std::string Hex(unsigned long long value) {
-  char text[24];
-  std::snprintf(text, sizeof text, "0x%llx", value);
-  return text;
-}
-
-// The library's name, or "" when it has none (e.g. format number 55, which
-// decodes but is missing from the name table).
-std::string NameOf(const PixelFormatDescriptor& descriptor) {
-  try {
-    std::string name = ToString(descriptor);
-    return name == "INVALID_PIXEL_FORMAT" ? std::string() : name;
-  } catch (const std::out_of_range&) {
-    return std::string();
-  }
-}
 
 // Kind texts come from the library's own table: name a one-bit component of
 // that kind and drop the "1".
@@ -55,52 +29,9 @@ std::string KindName(PixelComponent kind) {
   return "kind " + std::to_string(static_cast<unsigned>(kind));
 }
 
-// Accepts 0x/0X and 1 to 16 significant hex digits.
-bool ParseHex(const std::string& text, unsigned long long* value, bool* overflow) {
-  *value = 0;
-  *overflow = false;
-  if (text.size() < 3 || text[0] != '0' || (text[1] != 'x' && text[1] != 'X')) return false;
-  for (size_t i = 2; i < text.size(); ++i) {
-    const char c = text[i];
-    unsigned digit;
-    if (c >= '0' && c <= '9') {
-      digit = static_cast<unsigned>(c - '0');
-    } else if (c >= 'a' && c <= 'f') {
-      digit = static_cast<unsigned>(c - 'a' + 10);
-    } else if (c >= 'A' && c <= 'F') {
-      digit = static_cast<unsigned>(c - 'A' + 10);
-    } else {
-      return false;
-    }
-    if (*value >> 60 != 0) *overflow = true;
-    *value = (*value << 4) | digit;
-  }
-  return true;
-}
 
-Resolved Resolve(const std::string& arg) {
-  Resolved resolved{};
-  unsigned long long value = 0;
-  bool overflow = false;
-  if (ParseHex(arg, &value, &overflow)) {
-    if (overflow) throw UsageError(arg, "hex value does not fit in 64 bits");
-    resolved.descriptor = static_cast<PixelFormatDescriptor>(value);
-    if (!ParseFormat(resolved.descriptor, &resolved.meta)) {
-      throw UsageError(arg, "does not decode to a pixel format");
-    }
-  } else if (!FromString(arg, &resolved.descriptor) || !ParseFormat(resolved.descriptor, &resolved.meta)) {
-    throw UsageError(arg, kBadArgument);
-  }
-  resolved.name = NameOf(resolved.descriptor);
-  if (resolved.name.empty()) {
-    throw UsageError(arg, resolved.meta.compressed
-                              ? "compressed format number " +
-                                    std::to_string(static_cast<unsigned>(resolved.meta.compress_format)) +
-                                    " has no name"
-                              : "does not decode to a pixel format");
-  }
-  return resolved;
-}
+// "bytes per pixel:" plus room; keeps the values in one column.
+constexpr size_t kKeyWidth = 18;
 
 // n/d as the library returns it, plain n when d is 1.
 std::string Fraction(unsigned long long numerator, unsigned long long divisor) {
@@ -220,7 +151,7 @@ int Run(const Invocation& invocation) {
 
   // Check every argument before printing, so a typo does not leave half a report.
   std::vector<Resolved> formats;
-  for (const std::string& arg : invocation.operands) formats.push_back(Resolve(arg));
+  for (const std::string& arg : invocation.operands) formats.push_back(ResolveFormat(arg));
   for (size_t i = 0; i < formats.size(); ++i) {
     if (i != 0) out << '\n';
     Describe(formats[i], out);

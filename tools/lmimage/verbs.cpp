@@ -6,6 +6,7 @@ const std::vector<Verb>& Verbs() {
   // Built on first use: the entries live in other translation units.
   static const std::vector<Verb> verbs = {
       FormatVerb(),
+      ConvertPathVerb(),
   };
   return verbs;
 }

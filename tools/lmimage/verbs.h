@@ -8,5 +8,6 @@
 namespace lumo::image::cli {
 
 Verb FormatVerb();
+Verb ConvertPathVerb();
 
 }  // namespace lumo::image::cli

@@ -1,9 +1,9 @@
 #!/bin/sh
-# Command-line test of "lmimage format": exit statuses, exact report lines and
-# the one-line error convention. Usage: format_cli_test.sh PATH/TO/lmimage
+# Command-line test of the lmimage tool: exit statuses, exact report lines and
+# the one-line error convention. Usage: cli_test.sh PATH/TO/lmimage
 set -u
 
-tool=${1:?usage: format_cli_test.sh PATH/TO/lmimage}
+tool=${1:?usage: cli_test.sh PATH/TO/lmimage}
 tmp=$(mktemp -d) || exit 1
 trap 'rm -rf "$tmp"' EXIT
 failures=0
@@ -36,7 +36,8 @@ expect_error() {
 }
 
 # ---- Help and verb dispatch ----
-run --help;             expect_status 0; expect_line "  format  describe pixel formats given by name or descriptor value"
+run --help;             expect_status 0; expect_line "  format        describe pixel formats given by name or descriptor value"
+expect_line "  convert-path  show the converters a pixel conversion goes through"
 run help;               expect_status 0
 run help format;        expect_status 0; expect_line "usage: lmimage format NAME-or-0xHEX..."
 run format --help;      expect_status 0; expect_line "       lmimage format --list"
@@ -134,8 +135,22 @@ numbers=$(sed 1d "$tmp/out" | awk '{print $1}')
 run format $names;      expect_status 0
 [ "$(grep '^format number:' "$tmp/out" | awk '{print $3}')" = "$numbers" ] || fail "listed names do not round-trip"
 
+# ---- convert-path ----
+run convert-path R8G8B8 A8B8G8R8; expect_status 0
+expect_line "R8G8B8 -> A8B8G8R8: 1 step (direct converter)"
+# Equal-length chains: the lower descriptor value is explored first.
+run convert-path L8 R8;           expect_status 0
+expect_line "L8 -> R8: 2 steps (each makes a new surface)"
+expect_line "  1  L8 -> B8G8R8"
+expect_line "  2  B8G8R8 -> R8"
+run convert-path 0x4500 L8;       expect_status 0; expect_line "  3  B8G8R8 -> L8"
+run convert-path R8 R8;           expect_status 1
+expect_error "lmimage: convert-path: 'R8 -> R8': no converter or chain of converters"
+run convert-path R8;              expect_status 2
+run convert-path R8 Q8;           expect_status 2
+
 if [ "$failures" -ne 0 ]; then
   echo "$failures check(s) failed" >&2
   exit 1
 fi
-echo "all format CLI checks passed"
+echo "all CLI checks passed"

@@ -1,0 +1,252 @@
+// Converter lookup: direct hits, breadth-first chains and their trace lines,
+// registration, and running sequences.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "lumo/image/converters.h"
+#include "lumo/image/formats.h"
+#include "lumo/image/surface_data.h"
+#include "lumo/log/log.h"
+
+namespace lumo::image {
+namespace {
+
+using ull = unsigned long long;
+
+PixelFormatDescriptor D(ull v) { return static_cast<PixelFormatDescriptor>(v); }
+
+const PixelFormatDescriptor kA1 = D(0x4500), kA2 = D(0x8500), kA4 = D(0x10500), kR8 = D(0x20200),
+                            kA8 = D(0x20500), kL8 = D(0x21000), kR16f = D(0x240200), kR5G6B5 = D(0x144060C14200),
+                            kB8G8R8 = D(0x202080C20400), kR8G8B8 = D(0x204080C20200),
+                            kA8B8G8R8 = D(0x808203081020500), kA8R8G8B8 = D(0x810203080820500),
+                            kSA8B8G8R8 = D(0x808203081020502), kSR8G8B8A8 = D(0x814204080C20202),
+                            kDXT1 = D(0x101);
+// Made-up formats (kinds no built-in conversion uses); each test owns its own,
+// since registrations change the process-wide manager.
+const PixelFormatDescriptor kY4 = D(0x10D00), kY8 = D(0x20D00), kY16 = D(0x40D00), kM8 = D(0x20C00),
+                            kM16 = D(0x40C00), kK8 = D(0x20E00), kK16 = D(0x40E00), kK24 = D(0x60E00),
+                            kC8 = D(0x20B00), kC16 = D(0x40B00), kC24 = D(0x60B00);
+
+struct Line {
+  unsigned channel;
+  log::Severity severity;
+  int level;
+  std::string text;
+};
+
+struct LogCapture {
+  std::vector<Line> lines;
+  LogCapture() {
+    log::SetSink([this](unsigned c, log::Severity s, int l, const std::string& t) { lines.push_back({c, s, l, t}); });
+  }
+  ~LogCapture() { log::SetSink({}); }
+  std::vector<std::string> Texts() const {
+    std::vector<std::string> t;
+    for (const Line& l : lines) t.push_back(l.text);
+    return t;
+  }
+};
+
+// Makes a surface of the target format and records what it was asked.
+struct Recorder : Converter {
+  int calls = 0;
+  PixelFormatDescriptor last_target{}, last_source{};
+  std::shared_ptr<SurfaceData> Convert(const SurfaceData* source, const PixelFormatDescriptor& target) override {
+    ++calls;
+    last_target = target;
+    last_source = source->Format();
+    auto out = SurfaceDataBitmap::Create(source->Width(), source->Height(), target, 2);
+    if (out) std::memset(out->Buffer(), 0, out->Size());
+    return out;
+  }
+};
+
+struct Failing : Converter {
+  int calls = 0;
+  std::shared_ptr<SurfaceData> Convert(const SurfaceData*, const PixelFormatDescriptor&) override {
+    ++calls;
+    return SurfaceData::Null;
+  }
+};
+
+ConverterManager& Manager() { return *ConverterManager::Instance(); }
+
+TEST(ConverterManager, DirectHitIsTheRegisteredObjectAndLogsNothing) {
+  LogCapture log;
+  const auto a = Manager().GetConverter(kR8G8B8, kA8B8G8R8);
+  const auto b = Manager().GetConverter({kR8G8B8, kA8B8G8R8});
+  ASSERT_TRUE(a);
+  EXPECT_EQ(a.get(), b.get());
+  EXPECT_EQ(dynamic_cast<ConverterSequence*>(a.get()), nullptr);
+  EXPECT_EQ(ConverterManager::Instance(), ConverterManager::Instance());
+  EXPECT_TRUE(log.lines.empty());
+}
+
+TEST(ConverterManager, ChainsTakeTheFewestStepsInBreadthFirstOrderAndLogEachStep) {
+  struct Chain {
+    PixelFormatDescriptor from, to;
+    std::vector<std::string> steps;
+  };
+  const Chain chains[] = {
+      {kR5G6B5, kL8, {"R5G6B5 To R8G8B8", "R8G8B8 To L8"}},
+      {kA8R8G8B8, kSA8B8G8R8, {"A8R8G8B8 To A8B8G8R8", "A8B8G8R8 To s_A8B8G8R8"}},
+      // B8G8R8 has the lower value, so it wins over R8G8B8
+      {kL8, kR8, {"L8 To B8G8R8", "B8G8R8 To R8"}},
+      {kA1, kL8, {"A1 To A8", "A8 To B8G8R8", "B8G8R8 To L8"}},
+      {kA4, kSR8G8B8A8, {"A4 To A8", "A8 To A8B8G8R8", "A8B8G8R8 To R8G8B8A8", "R8G8B8A8 To s_R8G8B8A8"}},
+      {kR16f, kA8R8G8B8, {"R16f To R16", "R16 To R8", "R8 To A8R8G8B8"}},
+  };
+  const std::uint32_t saved_channel = LogChannel;
+  LogChannel = 7;
+  for (const Chain& c : chains) {
+    SCOPED_TRACE(c.steps.front());
+    LogCapture log;
+    const auto conv = Manager().GetConverter(c.from, c.to);
+    const auto* seq = dynamic_cast<ConverterSequence*>(conv.get());
+    ASSERT_NE(seq, nullptr);
+    ASSERT_EQ(log.lines.size(), c.steps.size());
+    ASSERT_EQ(seq->Steps().size(), c.steps.size());
+    PixelFormatDescriptor at = c.from;
+    for (size_t i = 0; i < c.steps.size(); ++i) {
+      EXPECT_EQ(log.lines[i].text, "Convert From " + c.steps[i]);
+      EXPECT_EQ(log.lines[i].channel, 7u);
+      EXPECT_EQ(log.lines[i].severity, log::Severity::Message);
+      EXPECT_EQ(log.lines[i].level, -10);
+      // Steps share the registered converters.
+      const auto& step = seq->Steps()[i];
+      EXPECT_EQ(step.converter.get(), Manager().GetConverter(at, step.produces).get());
+      at = step.produces;
+    }
+    EXPECT_EQ(at, c.to);
+    // Nothing is cached: a second lookup searches and logs again.
+    log.lines.clear();
+    EXPECT_NE(Manager().GetConverter(c.from, c.to).get(), conv.get());
+    EXPECT_EQ(log.lines.size(), c.steps.size());
+  }
+  LogChannel = saved_channel;
+}
+
+TEST(ConverterManager, NoConverterAndNoPathGiveNullSilently) {
+  LogCapture log;
+  const std::pair<PixelFormatDescriptor, PixelFormatDescriptor> none[] = {
+      {kR8G8B8, kR8G8B8},               // a cycle leads back, but (X, X) needs its own converter
+      {kA8R8G8B8, kA8R8G8B8},           //
+      {kY8, kA8R8G8B8},                 // source is no vertex
+      {kA8R8G8B8, kDXT1},               // compressed data is never a target
+      {kDXT1, kA8R8G8B8},               // nor decoded
+      {SetSRGB(kR8G8B8, true), kR8},    // flags make another vertex
+      {kR8G8B8, SetSRGB(kR8G8B8, true)},
+      {D(0), kR8},
+  };
+  for (const auto& p : none) {
+    EXPECT_EQ(Manager().GetConverter(p), Converter::Null) << ToString(p.first) << " to " << ToString(p.second);
+    auto src = SurfaceDataBitmap::Create(2, 2, p.first, 2);
+    if (src) {
+      EXPECT_EQ(src->ConvertCopy(p.second), SurfaceData::Null);
+    }
+  }
+  EXPECT_TRUE(log.lines.empty());
+}
+
+TEST(ConverterManager, RegisterConverterAddsRefusesOrReplaces) {
+  auto first = std::make_shared<Recorder>();
+  auto second = std::make_shared<Recorder>();
+  // replace=true also makes the test repeatable in one process
+  EXPECT_TRUE(Manager().RegisterConverter({kM8, kM16}, first, true));
+  EXPECT_EQ(Manager().GetConverter(kM8, kM16).get(), first.get());
+  EXPECT_FALSE(Manager().RegisterConverter({kM8, kM16}, second, false));
+  EXPECT_EQ(Manager().GetConverter(kM8, kM16).get(), first.get());
+  EXPECT_TRUE(Manager().RegisterConverter({kM8, kM16}, second, true));
+  EXPECT_EQ(Manager().GetConverter(kM8, kM16).get(), second.get());
+
+  auto src = SurfaceDataBitmap::Create(3, 1, kM8, 0);
+  ASSERT_TRUE(src);
+  const auto out = src->ConvertCopy(kM16);
+  ASSERT_TRUE(out);
+  EXPECT_EQ(out->Format(), kM16);
+  EXPECT_EQ(second->calls, 1);
+  EXPECT_EQ(second->last_target, kM16);
+  EXPECT_EQ(first->calls, 0);
+
+  // Built-in pairs refuse without replace.
+  EXPECT_FALSE(Manager().RegisterConverter({kR8G8B8, kA8B8G8R8}, second, false));
+  EXPECT_NE(Manager().GetConverter(kR8G8B8, kA8B8G8R8).get(), second.get());
+}
+
+TEST(ConverterManager, RegisteredEdgesAreSearchedAfterBuiltInEdges) {
+  // From A2, the built-in edge to A8 comes before the added edge to Y4, even
+  // though Y4 has the lower value; both lead on to Y16 in one more step.
+  Manager().RegisterConverter({kY4, kY16}, std::make_shared<Recorder>(), true);
+  Manager().RegisterConverter({kA8, kY16}, std::make_shared<Recorder>(), true);
+  Manager().RegisterConverter({kA2, kY4}, std::make_shared<Recorder>(), true);
+  LogCapture log;
+  const auto conv = Manager().GetConverter(kA2, kY16);
+  ASSERT_TRUE(conv);
+  EXPECT_EQ(log.Texts(), (std::vector<std::string>{"Convert From A2 To A8", "Convert From A8 To Y16"}));
+}
+
+TEST(ConverterManager, ConvertCopyWithAConverterPointer) {
+  auto src = SurfaceDataBitmap::Create(3, 1, kR5G6B5, 0);
+  ASSERT_TRUE(src);
+  const std::uint16_t px[3] = {0xFFFF, 0x0000, 0x07E0};
+  std::memcpy(src->Buffer(), px, sizeof px);
+
+  EXPECT_EQ(src->ConvertCopy(static_cast<Converter*>(nullptr)), SurfaceData::Null);
+  // A single-step converter gets the all-zero target and cannot make a result.
+  const auto direct = Manager().GetConverter(kR5G6B5, kR8G8B8);
+  ASSERT_TRUE(direct);
+  EXPECT_EQ(src->ConvertCopy(direct.get()), SurfaceData::Null);
+
+  // A sequence ignores the target; converting through it logs nothing more.
+  const auto chain = Manager().GetConverter(kR5G6B5, kL8);
+  ASSERT_TRUE(chain);
+  LogCapture log;
+  for (const auto& out : {src->ConvertCopy(chain.get()), src->ConvertCopy(kL8)}) {
+    ASSERT_TRUE(out);
+    EXPECT_EQ(out->Format(), kL8);
+    EXPECT_EQ(out->Width(), 3u);
+    EXPECT_EQ(out->BytesPerRow(), 4u);
+    const auto* p = reinterpret_cast<const std::uint8_t*>(out->Buffer());
+    EXPECT_EQ(p[0], 255);
+    EXPECT_EQ(p[1], 0);
+    EXPECT_EQ(p[2], 149);  // (587 * 255) / 1000
+  }
+  EXPECT_EQ(log.lines.size(), 2u);  // only ConvertCopy(kL8) searched again
+}
+
+TEST(ConverterManager, SequencePassesEachStepItsFormatAndStopsAtAFailure) {
+  auto c1 = std::make_shared<Recorder>(), c2 = std::make_shared<Recorder>();
+  Manager().RegisterConverter({kC8, kC16}, c1, true);
+  Manager().RegisterConverter({kC16, kC24}, c2, true);
+  auto src = SurfaceDataBitmap::Create(5, 2, kC8, 0);
+  ASSERT_TRUE(src);
+  const auto seq = Manager().GetConverter(kC8, kC24);
+  ASSERT_TRUE(seq);
+  const auto out = seq->Convert(src.get(), kA8R8G8B8);  // the target is ignored
+  ASSERT_TRUE(out);
+  EXPECT_EQ(out->Format(), kC24);
+  EXPECT_EQ(out->Width(), 5u);
+  EXPECT_EQ(out->Height(), 2u);
+  EXPECT_EQ(c1->last_source, kC8);
+  EXPECT_EQ(c1->last_target, kC16);
+  EXPECT_EQ(c2->last_source, kC16);
+  EXPECT_EQ(c2->last_target, kC24);
+
+  auto fail = std::make_shared<Failing>();
+  auto after = std::make_shared<Recorder>();
+  Manager().RegisterConverter({kK8, kK16}, fail, true);
+  Manager().RegisterConverter({kK16, kK24}, after, true);
+  auto ksrc = SurfaceDataBitmap::Create(2, 2, kK8, 0);
+  ASSERT_TRUE(ksrc);
+  EXPECT_EQ(ksrc->ConvertCopy(kK24), SurfaceData::Null);
+  EXPECT_EQ(fail->calls, 1);
+  EXPECT_EQ(after->calls, 0);
+}
+
+}  // namespace
+}  // namespace lumo::image

@@ -203,33 +203,11 @@ bool SurfaceDataNakedMemory::Reinterpret(const PixelFormatDescriptor& format) {
 
 }  // namespace lumo::image
 
-// ---- Operations served by the processing engines and the image factory ----
-// Until those are available every request reports failure in the usual way.
+// ---- Encoding through the image factory ----
+// Until file formats are available every request reports failure.
 
 namespace lumo::image {
 
 std::shared_ptr<char> SurfaceData::ToImage(ImageFormat, unsigned long long*, int) { return nullptr; }
-
-bool SurfaceData::FlipHorizontal() { return false; }
-
-bool SurfaceData::FlipVertical() { return false; }
-
-std::shared_ptr<SurfaceData> SurfaceData::CropCopy(unsigned long long, unsigned long long, unsigned long long,
-                                                   unsigned long long) const {
-  return Null;
-}
-
-std::shared_ptr<SurfaceData> SurfaceData::ExtrudeCopy(unsigned long long, unsigned long long, unsigned long long,
-                                                      unsigned long long) const {
-  return Null;
-}
-
-std::shared_ptr<SurfaceData> SurfaceData::RotateCopy(int) const { return Null; }
-
-std::shared_ptr<SurfaceData> SurfaceData::RescaleCopy(unsigned long long, unsigned long long, FilterType) const {
-  return Null;
-}
-
-std::shared_ptr<SurfaceData> SurfaceData::MakeSizePowerOfTwoCopy(FilterType) const { return Null; }
 
 }  // namespace lumo::image

@@ -1,0 +1,200 @@
+// The SurfaceData operations that go through the current engines: argument
+// checks, destination geometry, engine replacement and ownership.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "lumo/image/engines.h"
+#include "lumo/image/surface_data.h"
+#include "lumo/log/log.h"
+
+namespace lumo::image {
+namespace {
+
+using ull = unsigned long long;
+
+// Records the destination each call receives and answers with `result`.
+struct Recorder : CropEngine, ExtrudeEngine, FlipEngine, RotateEngine, RescaleEngine {
+  bool result = true;
+  int calls = 0;
+  ull width = 0, height = 0;
+  int degrees = 0;
+
+  bool Note(const SurfaceData* destination) {
+    ++calls;
+    if (destination != nullptr) {
+      width = destination->Width();
+      height = destination->Height();
+      EXPECT_EQ(destination->BytesPerRow() % 4, 0u) << "new surfaces have rows padded to four bytes";
+    }
+    return result;
+  }
+  bool Crop(const SurfaceData*, ull, ull, SurfaceData* d) override { return Note(d); }
+  bool Extrude(const SurfaceData*, ull, ull, ull, ull, SurfaceData* d) override { return Note(d); }
+  bool FlipVertical(const SurfaceData*, SurfaceData* d) override { return Note(d); }
+  bool FlipVertical(SurfaceData*) override { return Note(nullptr); }
+  bool FlipHorizontal(const SurfaceData*, SurfaceData* d) override { return Note(d); }
+  bool FlipHorizontal(SurfaceData*) override { return Note(nullptr); }
+  bool Rotate(const SurfaceData*, int deg, SurfaceData* d) override {
+    degrees = deg;
+    return Note(d);
+  }
+  bool Rescale(const SurfaceData*, SurfaceData* d, FilterType) override { return Note(d); }
+};
+
+// Installs the recorder in every slot for one test and puts the built-in engines back afterwards.
+class SurfaceOperations : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    SetCropEngine(&engine);
+    SetExtrudeEngine(&engine);
+    SetFlipEngine(&engine);
+    SetRotateEngine(&engine);
+    SetRescaleEngine(&engine);
+  }
+  void TearDown() override {
+    SetCropEngine(nullptr);
+    SetExtrudeEngine(nullptr);
+    SetFlipEngine(nullptr);
+    SetRotateEngine(nullptr);
+    SetRescaleEngine(nullptr);
+  }
+  static std::shared_ptr<SurfaceData> Surface(ull w, ull h, PixelFormatDescriptor f = formats::A8R8G8B8) {
+    // A shared view allows zero extents, which a bitmap cannot have.
+    static std::shared_ptr<char> bytes(new char[1 << 16](), array_deleter());
+    return SurfaceDataSharedMemory::Create(bytes, 0, f, w, h, 0);
+  }
+  Recorder engine;
+};
+
+TEST_F(SurfaceOperations, RegistryHandsOutTheSetEngineAndFallsBackToTheBuiltIn) {
+  EXPECT_EQ(GetFlipEngine(), static_cast<FlipEngine*>(&engine));
+  EXPECT_EQ(GetRescaleEngine(), static_cast<RescaleEngine*>(&engine));
+  SetFlipEngine(nullptr);
+  EXPECT_EQ(GetFlipEngine(), DefaultFlipEngine());
+  EXPECT_EQ(DefaultFlipEngine(), DefaultFlipEngine());
+  SetCropEngine(nullptr);
+  SetExtrudeEngine(nullptr);
+  SetRotateEngine(nullptr);
+  SetRescaleEngine(nullptr);
+  EXPECT_EQ(GetCropEngine(), DefaultCropEngine());
+  EXPECT_EQ(GetExtrudeEngine(), DefaultExtrudeEngine());
+  EXPECT_EQ(GetRotateEngine(), DefaultRotateEngine());
+  EXPECT_EQ(GetRescaleEngine(), DefaultRescaleEngine());
+  // The recorder lives on the fixture: had the registry deleted it, ASan would report it here.
+  engine.calls = 0;
+}
+
+TEST_F(SurfaceOperations, CropChecksTheRectangleBeforeCallingTheEngine) {
+  const auto s = Surface(4, 3);
+  struct Case {
+    ull x, y, w, h;
+    bool ok;
+  };
+  const Case cases[] = {
+      {0, 0, 4, 3, true},  {3, 2, 1, 1, true},  {4, 0, 0, 1, false}, {0, 3, 1, 0, false},
+      {1, 0, 4, 1, false}, {0, 1, 1, 3, false}, {2, 1, ~0ULL, 1, false},
+  };
+  for (const Case& c : cases) {
+    engine.calls = 0;
+    const auto out = s->CropCopy(c.x, c.y, c.w, c.h);
+    EXPECT_EQ(out != nullptr, c.ok) << c.x << "," << c.y << " " << c.w << "x" << c.h;
+    EXPECT_EQ(engine.calls, c.ok ? 1 : 0);
+    if (c.ok) {
+      EXPECT_EQ(engine.width * 100 + engine.height, c.w * 100 + c.h);
+    }
+  }
+}
+
+TEST_F(SurfaceOperations, DestinationGeometryOfEachOperation) {
+  const auto s = Surface(4, 2);
+  EXPECT_TRUE(Surface(10, 10)->ExtrudeCopy(1, 2, 3, 4));
+  EXPECT_EQ(engine.width, 13u);
+  EXPECT_EQ(engine.height, 17u);
+
+  struct Turn {
+    int degrees;
+    bool ok;
+    ull w, h;
+  };
+  for (const Turn& t : {Turn{450, true, 2, 4}, Turn{-90, true, 2, 4}, Turn{180, true, 4, 2},
+                        Turn{-720, true, 4, 2}, Turn{45, false, 0, 0}, Turn{91, false, 0, 0}}) {
+    engine.calls = 0;
+    const auto out = s->RotateCopy(t.degrees);
+    EXPECT_EQ(out != nullptr, t.ok) << t.degrees;
+    if (!t.ok) {
+      EXPECT_EQ(engine.calls, 0) << t.degrees;
+      continue;
+    }
+    EXPECT_EQ(engine.degrees, t.degrees) << "the engine gets the caller's degrees, not reduced";
+    EXPECT_EQ(engine.width * 100 + engine.height, t.w * 100 + t.h) << t.degrees;
+  }
+
+  struct Pow2 {
+    ull w, h;
+    bool copy;
+    ull to_w, to_h;
+  };
+  for (const Pow2& p : {Pow2{100, 64, true, 128, 64}, Pow2{64, 64, false, 0, 0}, Pow2{0, 3, true, 1, 4},
+                        Pow2{1, 1, false, 0, 0}, Pow2{65, 1, true, 128, 1}}) {
+    engine.calls = 0;
+    const auto out = Surface(p.w, p.h)->MakeSizePowerOfTwoCopy(FilterType::Box);
+    EXPECT_EQ(out != nullptr, p.copy) << p.w << "x" << p.h;
+    EXPECT_EQ(engine.calls, p.copy ? 1 : 0);
+    if (p.copy) {
+      EXPECT_EQ(engine.width * 1000 + engine.height, p.to_w * 1000 + p.to_h);
+    }
+  }
+
+  EXPECT_TRUE(s->RescaleCopy(7, 9, FilterType::Lanczos3));
+  EXPECT_EQ(engine.width * 100 + engine.height, 709u);
+}
+
+TEST_F(SurfaceOperations, EngineRefusalOrUncreatableDestinationGivesNull) {
+  const auto s = Surface(4, 2);
+  engine.result = false;
+  EXPECT_FALSE(s->CropCopy(0, 0, 1, 1));
+  EXPECT_FALSE(s->ExtrudeCopy(1, 1, 1, 1));
+  EXPECT_FALSE(s->RotateCopy(90));
+  EXPECT_FALSE(s->RescaleCopy(2, 2, FilterType::Box));
+  EXPECT_FALSE(s->FlipHorizontal());
+  EXPECT_FALSE(s->FlipVertical());
+  engine.result = true;
+  EXPECT_TRUE(s->FlipHorizontal());
+  // A zero-width destination has no row size, so it is never made and the engine is not called.
+  engine.calls = 0;
+  EXPECT_FALSE(s->RescaleCopy(0, 5, FilterType::Box));
+  EXPECT_EQ(engine.calls, 0);
+}
+
+TEST_F(SurfaceOperations, ExtrudeOfCompressedDataWarnsOnce) {
+  std::vector<std::string> lines;
+  lumo::log::SetSink([&](unsigned, lumo::log::Severity severity, int, const std::string& text) {
+    EXPECT_EQ(severity, lumo::log::Severity::Warning);
+    lines.push_back(text);
+  });
+  const auto dxt = Surface(8, 8, PixelFormatDescriptor{0x101});
+  EXPECT_FALSE(dxt->ExtrudeCopy(1, 1, 1, 1));
+  lumo::log::SetSink({});
+  EXPECT_EQ(lines, std::vector<std::string>{"[ExtrudeCopy] Not available for compressed format."});
+  EXPECT_EQ(engine.calls, 0);
+}
+
+TEST(SurfaceOperationsBuiltIn, RoundTripThroughTheDefaultEngines) {
+  // 3 x 2 RGBA with distinct bytes; rotating four times and flipping twice restores it.
+  auto s = SurfaceDataBitmap::Create(3, 2, formats::A8B8G8R8, 2);
+  for (ull i = 0; i < s->Size(); ++i) s->Buffer()[i] = static_cast<char>(i);
+  std::shared_ptr<SurfaceData> r = s;
+  for (int i = 0; i < 4; ++i) r = r->RotateCopy(90);
+  ASSERT_TRUE(r);
+  EXPECT_EQ(std::string(r->Buffer(), r->Size()), std::string(s->Buffer(), s->Size()));
+  ASSERT_TRUE(r->FlipHorizontal() && r->FlipHorizontal() && r->FlipVertical() && r->FlipVertical());
+  EXPECT_EQ(std::string(r->Buffer(), r->Size()), std::string(s->Buffer(), s->Size()));
+  const auto up = s->RescaleCopy(6, 4, FilterType::Point);
+  ASSERT_TRUE(up);
+  EXPECT_EQ(std::string(up->Buffer(), 4), std::string(s->Buffer(), 4));
+}
+
+}  // namespace
+}  // namespace lumo::image

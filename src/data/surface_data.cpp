@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "data/pixel_memory.h"
+#include "data/reinterpret.h"
 #include "lumo/image/converters.h"
 
 namespace lumo::image {
@@ -21,15 +22,6 @@ BitsPair PixelBits(const PixelFormatDescriptor& format) {
   return {bits, pixels};
 }
 
-bool SameBitsPerPixel(const PixelFormatDescriptor& a, const PixelFormatDescriptor& b) {
-  const BitsPair x = PixelBits(a), y = PixelBits(b);
-  // A format without a pixel size (undecodable) matches nothing.
-  if (x.bits == 0 || y.bits == 0) return false;
-  // Cross-multiplied so that fractional sizes (ASTC 5x4: 128 bits per 20
-  // pixels) compare exactly; both factors are small, so nothing overflows.
-  return x.bits * y.pixels == y.bits * x.pixels;
-}
-
 // Rows of compressed data are rows of blocks, which a per-row size cannot express.
 unsigned long long CompressedSize(const PixelFormatDescriptor& format, unsigned long long width,
                                   unsigned long long height) {
@@ -42,6 +34,15 @@ unsigned long long RowsTimes(unsigned long long bytes_per_row, unsigned long lon
 }
 
 }  // namespace
+
+bool detail::SameBitsPerPixel(const PixelFormatDescriptor& a, const PixelFormatDescriptor& b) {
+  const BitsPair x = PixelBits(a), y = PixelBits(b);
+  // A format without a pixel size (undecodable) matches nothing.
+  if (x.bits == 0 || y.bits == 0) return false;
+  // Cross-multiplied so that fractional sizes (ASTC 5x4: 128 bits per 20
+  // pixels) compare exactly; both factors are small, so nothing overflows.
+  return x.bits * y.pixels == y.bits * x.pixels;
+}
 
 const std::shared_ptr<SurfaceData> SurfaceData::Null;
 const std::shared_ptr<SurfaceDataBitmap> SurfaceDataBitmap::Null;
@@ -124,7 +125,7 @@ SurfaceDataBitmap& SurfaceDataBitmap::operator=(const SurfaceDataBitmap& other) 
 }
 
 bool SurfaceDataBitmap::Reinterpret(const PixelFormatDescriptor& format) {
-  if (!SameBitsPerPixel(format_, format)) return false;
+  if (!detail::SameBitsPerPixel(format_, format)) return false;
   format_ = format;
   return true;
 }
@@ -156,7 +157,7 @@ std::shared_ptr<SurfaceDataSharedMemory> SurfaceDataSharedMemory::Create(const s
 SurfaceDataSharedMemory::~SurfaceDataSharedMemory() = default;
 
 bool SurfaceDataSharedMemory::Reinterpret(const PixelFormatDescriptor& format) {
-  if (!SameBitsPerPixel(format_, format)) return false;
+  if (!detail::SameBitsPerPixel(format_, format)) return false;
   format_ = format;
   return true;
 }
@@ -170,7 +171,7 @@ std::shared_ptr<SurfaceDataSharedMemory> SurfaceDataSharedMemory::ReinterpretCop
     const PixelFormatDescriptor& format) const {
   std::shared_ptr<SurfaceDataSharedMemory> copy(new SurfaceDataSharedMemory(*this));
   copy->format_ = format;
-  if (!SameBitsPerPixel(format_, format)) {
+  if (!detail::SameBitsPerPixel(format_, format)) {
     const BitsPair bits = PixelBits(format);
     // New-format pixels in one existing row; 0 when the row size or the format says nothing.
     unsigned long long row_bits = 0;
@@ -196,7 +197,7 @@ SurfaceDataNakedMemory::SurfaceDataNakedMemory(const PixelFormatDescriptor& form
 SurfaceDataNakedMemory::~SurfaceDataNakedMemory() = default;
 
 bool SurfaceDataNakedMemory::Reinterpret(const PixelFormatDescriptor& format) {
-  if (!SameBitsPerPixel(format_, format)) return false;
+  if (!detail::SameBitsPerPixel(format_, format)) return false;
   format_ = format;
   return true;
 }

@@ -1,5 +1,7 @@
 #include "lumo/image/volume_data.h"
 
+#include "data/reinterpret.h"
+
 #include <algorithm>
 #include <cstring>
 #include <initializer_list>
@@ -19,20 +21,6 @@ constexpr unsigned kFirst3DBlockFormat = 45;
 
 bool Has3DBlocks(const PixelFormatDescriptor& format) {
   return IsCompressed(format) && static_cast<unsigned>(GetCompressFormat(format)) >= kFirst3DBlockFormat;
-}
-
-// Same bits per pixel, compared as cross-multiplied fractions so that block
-// formats that do not divide into whole bits per pixel compare exactly.
-bool SameBitsPerPixel(const PixelFormatDescriptor& a, const PixelFormatDescriptor& b) {
-  unsigned long long a_pixels = 0, b_pixels = 0;
-  const unsigned long long a_bits = BitsPerPixel(a, &a_pixels);
-  const unsigned long long b_bits = BitsPerPixel(b, &b_pixels);
-  if (a_bits == 0 || b_bits == 0) return false;
-  unsigned long long left = 0, right = 0;
-  if (__builtin_mul_overflow(a_bits, b_pixels, &left) || __builtin_mul_overflow(b_bits, a_pixels, &right)) {
-    return false;
-  }
-  return left == right;
 }
 
 // One slice view per slice; the vector is built aside so that a failed
@@ -173,7 +161,7 @@ bool VolumeData::IsSizePowerOfTwo() const {
 }
 
 bool VolumeData::Reinterpret(const PixelFormatDescriptor& format) {
-  if (!SameBitsPerPixel(format_, format)) return false;
+  if (!detail::SameBitsPerPixel(format_, format)) return false;
   format_ = format;
   // The views keep describing the same slices of this volume, so they follow.
   // Views relabelled on their own still have the old bits per pixel, so this

@@ -9,13 +9,6 @@
 
 #include "engine/rescale_engine.h"
 
-// A fused multiply-add would round differently from the separate operations
-// the weights are defined by.
-#if defined(__clang__)
-#  pragma STDC FP_CONTRACT OFF
-#elif defined(__GNUC__)
-#  pragma GCC optimize("fp-contract=off")
-#endif
 
 namespace lumo::image {
 

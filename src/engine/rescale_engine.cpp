@@ -44,12 +44,6 @@
 static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "pixel elements are read natively as little-endian");
 #endif
 
-// A fused multiply-add would round the double sums differently.
-#if defined(__clang__)
-#  pragma STDC FP_CONTRACT OFF
-#elif defined(__GNUC__)
-#  pragma GCC optimize("fp-contract=off")
-#endif
 
 namespace lumo::image {
 namespace {

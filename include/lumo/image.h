@@ -5,6 +5,7 @@
 #include "lumo/image/half.h"
 #include "lumo/image/compressed_formats.h"
 #include "lumo/image/formats.h"
+#include "lumo/image/format_tables.h"
 #include "lumo/image/surface_data.h"
 #include "lumo/image/volume_data.h"
 #include "lumo/image/mipmaps.h"

@@ -199,9 +199,4 @@ std::shared_ptr<Pyramid> Pyramid::Face(CubeFace face) const {
   return Make(faces, ImageOrigin::TopDown);
 }
 
-std::shared_ptr<char> Pyramid::ToImage(ImageFormat, unsigned long long*, int) {
-  // No image factory to serialize through yet: the failure result.
-  return std::shared_ptr<char>();
-}
-
 }  // namespace lumo::image

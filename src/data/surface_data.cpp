@@ -204,11 +204,3 @@ bool SurfaceDataNakedMemory::Reinterpret(const PixelFormatDescriptor& format) {
 
 }  // namespace lumo::image
 
-// ---- Encoding through the image factory ----
-// Until file formats are available every request reports failure.
-
-namespace lumo::image {
-
-std::shared_ptr<char> SurfaceData::ToImage(ImageFormat, unsigned long long*, int) { return nullptr; }
-
-}  // namespace lumo::image

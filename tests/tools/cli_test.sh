@@ -37,6 +37,7 @@ expect_error() {
 
 # ---- Help and verb dispatch ----
 run --help;             expect_status 0; expect_line "  format        describe pixel formats given by name or descriptor value"
+expect_line "  info          describe image files: container, texture kind, pixel format and levels"
 expect_line "  convert-path  show the converters a pixel conversion goes through"
 run help;               expect_status 0
 run help format;        expect_status 0; expect_line "usage: lmimage format NAME-or-0xHEX..."
@@ -148,6 +149,158 @@ run convert-path R8 R8;           expect_status 1
 expect_error "lmimage: convert-path: 'R8 -> R8': no converter or chain of converters"
 run convert-path R8;              expect_status 2
 run convert-path R8 Q8;           expect_status 2
+
+# ---- Image files: info and convert ----
+# le32 N: N as four little-endian bytes.
+le32() {
+  printf "$(printf '\\%03o\\%03o\\%03o\\%03o' $(($1 & 255)) $(($1 >> 8 & 255)) $(($1 >> 16 & 255)) $(($1 >> 24 & 255)))"
+}
+# dds_header MIPCOUNT PFFLAGS FOURCC BITS RMASK GMASK BMASK AMASK: the 128-byte header of a 2x2 file.
+dds_header() {
+  printf 'DDS '
+  le32 124; le32 0x1007; le32 2; le32 2; le32 0; le32 1; le32 "$1"
+  i=0; while [ $i -lt 11 ]; do le32 0; i=$((i + 1)); done
+  le32 32; le32 "$2"; le32 "$3"; le32 "$4"; le32 "$5"; le32 "$6"; le32 "$7"; le32 "$8"
+  le32 0x1000; le32 0; le32 0; le32 0; le32 0
+}
+# write_dds FILE MIPCOUNT: A8R8G8B8 by legacy masks (RGB|ALPHAPIXELS), one level of
+# pixels (B G R A): row 0 = 1 2 3 255, 4 5 6 255; row 1 = 7 8 9 255, 10 11 12 255.
+write_dds() {
+  {
+    dds_header "$2" 0x41 0 32 0x00FF0000 0x0000FF00 0x000000FF 0xFF000000
+    printf '\001\002\003\377\004\005\006\377\007\010\011\377\012\013\014\377'
+  } >"$1"
+}
+# write_dxt1 FILE: FourCC DXT1, one 8-byte block.
+write_dxt1() {
+  { dds_header 1 0x4 0x31545844 0 0 0 0 0; printf '\377\377\0\0\0\0\0\0'; } >"$1"
+}
+# pixels FILE: the bytes after the 128-byte header, as "01 02 ...".
+pixels() { od -An -tx1 -v -j128 "$1" | tr -s ' \n' '  ' | sed 's/^ //; s/ $//'; }
+
+dds=$tmp/in.dds
+write_dds "$dds" 1
+[ "$(wc -c <"$dds")" -eq 144 ] || fail "test input: expected 144 bytes"
+cp "$dds" "$tmp/in.copy"
+
+run info "$dds";        expect_status 0
+expect_line "file:             $dds"
+expect_line "container:        DDS"
+expect_line "type:             Surface"
+expect_line "format:           A8R8G8B8"
+expect_line "descriptor:       0x810203080820500"
+expect_line "DXGI:             87"
+expect_line "D3D9:             21"
+expect_line "GL:               format 0x80e1, type 0x1401, internal 0x8058"
+expect_line "Vulkan:           44"
+expect_line "Metal:            80"
+expect_line "engine:           2"
+expect_line "size:             2x2"
+expect_line "depth:            1"
+expect_line "layers:           1"
+expect_line "faces:            1"
+expect_line "levels:           1"
+expect_line "level 0:          2x2x1, 16 bytes"
+expect_line "origin:           top-down"
+[ -s "$tmp/err" ] && fail "$last: stderr not empty"
+
+# A mip count beyond the data: the levels that fit load, the library's warning
+# lands in the report instead of on stderr.
+write_dds "$tmp/short_mips.dds" 2
+run info "$tmp/short_mips.dds"; expect_status 0; expect_line "levels:           1"
+grep -q '^warning: ' "$tmp/out" || fail "$last: no warning field"
+[ -s "$tmp/err" ] && fail "$last: stderr not empty"
+
+# Compressed formats: FourCC codes show their characters; GL has a compressed code.
+write_dxt1 "$tmp/dxt1.dds"
+run info "$tmp/dxt1.dds"; expect_status 0
+expect_line "format:           DXT1"
+expect_line "D3D9:             827611204 (DXT1)"
+expect_line "GL:               compressed 0x83f0"
+expect_line "level 0:          2x2x1, 8 bytes"
+
+# Every file is tried; each bad one gets one error line, the good ones a report.
+: >"$tmp/empty.dds"
+head -c 100 "$dds" >"$tmp/short.dds"
+run info "$tmp/missing.dds" "$dds" "$tmp/empty.dds" "$tmp/short.dds"; expect_status 1
+[ "$(grep -c '^file:' "$tmp/out")" -eq 1 ] || fail "$last: expected one report"
+expect_line "file:             $dds"
+[ "$(cat "$tmp/err")" = "lmimage: info: '$tmp/missing.dds': cannot read: No such file or directory
+lmimage: info: '$tmp/empty.dds': not an image file of a known format
+lmimage: info: '$tmp/short.dds': cannot decode as DDS" ] || fail "$last: stderr is '$(cat "$tmp/err")'"
+run info "$tmp";        expect_status 1; expect_error "lmimage: info: '$tmp': cannot read: Is a directory"
+run info;               expect_status 2; expect_error "lmimage: info: missing FILE argument"
+
+# ---- convert: what is written ----
+out=$tmp/out.dds
+run convert "$dds" "$out" --mips; expect_status 0
+expect_line "wrote $out: DDS, A8R8G8B8, 2x2, 2 levels, 148 bytes"
+# Level 1 is the rounded box average of the four pixels.
+[ "$(pixels "$out")" = "01 02 03 ff 04 05 06 ff 07 08 09 ff 0a 0b 0c ff 06 07 08 ff" ] ||
+  fail "$last: pixels $(pixels "$out")"
+run info "$out";        expect_status 0; expect_line "level 1:          1x1x1, 4 bytes"
+
+# Conversion, flip and mips together; the flip shows in the row order.
+run convert "$dds" "$out" --format R8G8B8 --flip-vertical --mips --filter point; expect_status 0
+expect_line "wrote $out: DDS, R8G8B8, 2x2, 2 levels, 143 bytes"
+[ "$(pixels "$out" | cut -c1-35)" = "07 08 09 0a 0b 0c 01 02 03 04 05 06" ] || fail "$last: pixels $(pixels "$out")"
+# A format some interfaces lack prints '-' for them.
+run info "$out";        expect_status 0; expect_line "format:           R8G8B8"; expect_line "DXGI:             -"
+
+# Converting to the format the file already has is no conversion, not an error;
+# the upper-case extension still names DDS.
+run convert "$dds" "$tmp/same.DDS" --format 0x810203080820500; expect_status 0
+[ "$(pixels "$tmp/same.DDS")" = "$(pixels "$dds")" ] || fail "$last: pixels changed"
+cmp -s "$dds" "$tmp/in.copy" || fail "convert changed its input file"
+
+# ---- convert: usage errors come before any work ----
+run convert "$dds";     expect_status 2; expect_error "lmimage: convert: expects exactly two files: IN OUT"
+run convert "$dds" "$dds"; expect_status 2
+expect_error "lmimage: convert: '$dds': is the input file; choose another output name"
+ln -s "$dds" "$tmp/link.dds"
+run convert "$dds" "$tmp/link.dds"; expect_status 2
+expect_error "lmimage: convert: '$tmp/link.dds': is the input file; choose another output name"
+cmp -s "$dds" "$tmp/in.copy" || fail "a refused convert changed its input file"
+run convert "$dds" "$tmp/noext"; expect_status 2
+expect_error "lmimage: convert: '$tmp/noext': no file extension to choose the output format from"
+run convert "$tmp/missing.dds" "$tmp/x.xyz"; expect_status 2
+grep -Fq "lmimage: convert: '$tmp/x.xyz': no image format for extension '.xyz' (writable: " "$tmp/err" ||
+  fail "$last: stderr is '$(cat "$tmp/err")'"
+run convert "$dds" "$tmp/x.dds" --filter box; expect_status 2
+expect_error "lmimage: convert: '--filter': only applies with --mips"
+run convert "$dds" "$tmp/x.dds" --mips --filter sinc; expect_status 2
+expect_error "lmimage: convert: 'sinc': unknown filter (box, bilinear, bicubic, bspline, catmullrom, lanczos3, point)"
+run convert "$dds" "$tmp/x.dds" --format Q8; expect_status 2
+expect_error "lmimage: convert: 'Q8': not a pixel format name or 0x hex value"
+[ -e "$tmp/x.dds" ] && fail "a usage error wrote a file"
+
+# ---- convert: failures leave the output as it was ----
+cp "$dds" "$tmp/keep.dds"
+run convert "$dds" "$tmp/keep.dds" --format DXT5; expect_status 1
+expect_error "lmimage: convert: '$dds': cannot convert A8R8G8B8 to DXT5"
+cmp -s "$tmp/keep.dds" "$dds" || fail "$last: failed convert changed the existing output"
+run convert "$tmp/dxt1.dds" "$tmp/x.dds" --mips; expect_status 1
+grep -Fqx "lmimage: convert: '$tmp/dxt1.dds': cannot make the mip levels of this Surface (DXT1)" "$tmp/err" ||
+  grep -Fq "lmimage: convert: '$tmp/dxt1.dds': cannot make the mip levels of this Surface (DXT1): " "$tmp/err" ||
+  fail "$last: stderr is '$(cat "$tmp/err")'"
+[ "$(wc -l <"$tmp/err")" -eq 1 ] || fail "$last: expected one line on stderr"
+run convert "$tmp/missing.dds" "$tmp/x.dds"; expect_status 1
+expect_error "lmimage: convert: '$tmp/missing.dds': cannot read: No such file or directory"
+run convert "$tmp/short.dds" "$tmp/x.dds"; expect_status 1
+expect_error "lmimage: convert: '$tmp/short.dds': cannot decode as DDS"
+run convert "$dds" "$tmp/nodir/x.dds"; expect_status 1
+expect_error "lmimage: convert: '$tmp/nodir/x.dds': cannot write: No such file or directory"
+# The rename onto a folder fails; the temporary file must not stay behind.
+mkdir "$tmp/folder.dds"
+run convert "$dds" "$tmp/folder.dds"; expect_status 1
+expect_error "lmimage: convert: '$tmp/folder.dds': cannot write: Is a directory"
+ls "$tmp" | grep -q 'tmp-' && fail "$last: temporary file left behind"
+
+# A real file, when the corpus is around.
+corpus=$(dirname "$0")/../../../shared/corpus/dds/nv_rgba_mips.dds
+if [ -f "$corpus" ]; then
+  run info "$corpus"; expect_status 0; expect_line "format:           A8R8G8B8"; expect_line "levels:           7"
+fi
 
 if [ "$failures" -ne 0 ]; then
   echo "$failures check(s) failed" >&2

@@ -1,5 +1,8 @@
 #include "cli.h"
 
+#include <cstdio>
+#include <ostream>
+
 #include <algorithm>
 #include <ostream>
 
@@ -117,6 +120,34 @@ Invocation ParseArguments(const Verb& verb, const std::vector<std::string>& args
     }
   }
   return invocation;
+}
+
+namespace {
+
+// Keeps an error on one line whatever bytes the user passed.
+std::string Printable(const std::string& text) {
+  std::string result;
+  for (const char c : text) {
+    const unsigned char byte = static_cast<unsigned char>(c);
+    if (byte < 0x20 || byte == 0x7f) {
+      char escaped[8];
+      std::snprintf(escaped, sizeof escaped, "\\x%02x", byte);
+      result += escaped;
+    } else {
+      result += c;
+    }
+  }
+  return result;
+}
+
+}  // namespace
+
+void PrintError(std::ostream& err, const std::string& verb, const std::optional<std::string>& subject,
+                const std::string& reason) {
+  err << "lmimage: ";
+  if (!verb.empty()) err << verb << ": ";
+  if (subject) err << '\'' << Printable(*subject) << "': ";
+  err << Printable(reason) << '\n';
 }
 
 }  // namespace lumo::image::cli

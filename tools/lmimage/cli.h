@@ -88,4 +88,9 @@ void PrintToolUsage(std::ostream& out);
 // operand. Throws a usage Error for unknown options and missing values.
 Invocation ParseArguments(const Verb& verb, const std::vector<std::string>& args, bool* help);
 
+// One error line on err: "lmimage: VERB: 'SUBJECT': REASON", control
+// characters escaped so that it stays one line.
+void PrintError(std::ostream& err, const std::string& verb, const std::optional<std::string>& subject,
+                const std::string& reason);
+
 }  // namespace lumo::image::cli

@@ -9,5 +9,7 @@ namespace lumo::image::cli {
 
 Verb FormatVerb();
 Verb ConvertPathVerb();
+Verb InfoVerb();
+Verb ConvertVerb();
 
 }  // namespace lumo::image::cli

@@ -137,6 +137,7 @@ struct Plan {
   std::uint64_t max_value = 0;  // largest channel value of the fixed-point rule; 0 otherwise
   KernelSet<HorizontalKernel> horizontal;
   KernelSet<VerticalKernel> vertical;
+  HorizontalKernel pairs;  // for tables of uniform two-tap spans [2u, 2u + 2), when available
 };
 
 // ---- Instruction set dispatch ----
@@ -511,6 +512,85 @@ __attribute__((target("avx2"))) void Rgba8HorizontalRowAvx2(Pass& pass, const By
     r = _mm256_packus_epi16(r, r);
     Store<std::int32_t>(o + u * 4, _mm256_cvtsi256_si32(r));
     if (u + 1 < out) Store<std::int32_t>(o + u * 4 + 4, _mm256_extract_epi32(r, 4));
+  }
+}
+
+// Every span u is [2u, 2u + 2) with the same two weights, as in an exact
+// 2:1 shrink: the row is read contiguously, without per-pixel starts or
+// weights. Used for 1, 2 and 4 channels of 8 bits, where a 16-byte lane holds
+// whole destination pixels.
+struct U8PairsAvx2 {
+  // Whether the table is of that kind, with weights within int16 so that pmaddwd is exact.
+  static bool Applies(const Table& t) {
+    if (t.spans.empty() || t.capacity < 2) return false;
+    const std::int32_t w0 = t.fixed[0], w1 = t.fixed[1];
+    constexpr std::int32_t kLo = std::numeric_limits<std::int16_t>::min();
+    constexpr std::int32_t kHi = std::numeric_limits<std::int16_t>::max();
+    if (w0 < kLo || w0 > kHi || w1 < kLo || w1 > kHi) return false;
+    for (std::size_t u = 0; u < t.spans.size(); ++u) {
+      const Table::Span span = t.spans[u];
+      const std::int32_t* w = t.fixed.data() + u * t.capacity;
+      if (span.first != 2 * u || span.last != 2 * u + 2 || w[0] != w0 || w[1] != w1) return false;
+    }
+    return true;
+  }
+
+  static void Prepare(Pass& pass) {
+    const Table& t = *pass.table;
+    pass.pairs.assign({WeightPair(t.fixed[0], t.fixed[1]), t.fixed[0], t.fixed[1]});
+  }
+};
+
+// Byte shuffle that puts channel i of a lane's destination bytes (i = first
+// .. first + 3) and the same channel of the next source pixel side by side as
+// 16-bit values.
+template <int C>
+__attribute__((target("avx2"), always_inline)) inline __m256i PairShuffle(int first) {
+  alignas(32) std::int8_t m[32];
+  for (int i = 0; i < 4; ++i) {
+    const int a = 2 * C * ((first + i) / C) + (first + i) % C;
+    m[4 * i] = static_cast<std::int8_t>(a);
+    m[4 * i + 1] = -1;
+    m[4 * i + 2] = static_cast<std::int8_t>(a + C);
+    m[4 * i + 3] = -1;
+  }
+  std::memcpy(m + 16, m, 16);
+  return _mm256_load_si256(reinterpret_cast<const __m256i*>(m));
+}
+
+// 32 source bytes to their 16 results as int16, in order within each lane.
+__attribute__((target("avx2"), always_inline)) inline __m256i PairSixteen(const Byte* p, __m256i lo, __m256i hi,
+                                                                          __m256i w, __m256i round) {
+  const __m256i a = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p));
+  const __m256i r0 = _mm256_madd_epi16(_mm256_shuffle_epi8(a, lo), w);
+  const __m256i r1 = _mm256_madd_epi16(_mm256_shuffle_epi8(a, hi), w);
+  return _mm256_packs_epi32(_mm256_srai_epi32(_mm256_add_epi32(r0, round), 11),
+                            _mm256_srai_epi32(_mm256_add_epi32(r1, round), 11));
+}
+
+template <int C>
+__attribute__((target("avx2"))) void U8PairsRowAvx2(Pass& pass, const Byte* s, Byte* o) {
+  static_assert(16 % (2 * C) == 0, "a lane holds whole source pixel pairs");
+  const std::size_t n = pass.table->spans.size() * C;  // destination bytes
+  const __m256i w = _mm256_set1_epi32(pass.pairs[0]);
+  const __m256i round = _mm256_set1_epi32(1024);
+  const __m256i lo = PairShuffle<C>(0), hi = PairShuffle<C>(4);
+  std::size_t j = 0;
+  for (; j + 32 <= n; j += 32) {
+    const __m256i r = _mm256_packus_epi16(PairSixteen(s + 2 * j, lo, hi, w, round),
+                                          PairSixteen(s + 2 * j + 32, lo, hi, w, round));
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(o + j), _mm256_permute4x64_epi64(r, 0xd8));
+  }
+  if (j + 16 <= n) {
+    const __m256i a = PairSixteen(s + 2 * j, lo, hi, w, round);
+    const __m256i r = _mm256_permute4x64_epi64(_mm256_packus_epi16(a, a), 0x08);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(o + j), _mm256_castsi256_si128(r));
+    j += 16;
+  }
+  const std::int32_t w0 = pass.pairs[1], w1 = pass.pairs[2];
+  for (; j < n; ++j) {
+    const Byte* p = s + 2 * C * (j / C) + j % C;
+    o[j] = FixedResult<std::int32_t, std::uint8_t>(w0 * std::int32_t{p[0]} + w1 * std::int32_t{p[C]});
   }
 }
 
@@ -1351,6 +1431,9 @@ void SetFixed(Plan& plan) {
     }
     plan.vertical.madd16 = PickVertical<U8VerticalMadd>();
     if (Cpu().avx2) plan.vertical.madd16.row = U8VerticalMaddAvx2;
+    if constexpr (16 % (2 * C) == 0) {
+      if (Cpu().avx2) plan.pairs = {U8PairsAvx2::Prepare, U8PairsRowAvx2<C>};
+    }
   }
 #endif
   plan.max_value = std::numeric_limits<T>::max();
@@ -1523,6 +1606,9 @@ class HorizontalPass {
     pass_.table = &table_;
     pass_.source = source;
     kernel_ = Choose(plan.horizontal, plan, table_);
+#if LMIMAGE_RESCALE_X86
+    if (plan.pairs.row != nullptr && U8PairsAvx2::Applies(table_)) kernel_ = plan.pairs;
+#endif
     kernel_.prepare(pass_);
   }
   HorizontalPass(const HorizontalPass&) = delete;

@@ -110,18 +110,9 @@ std::shared_ptr<VolumeData> VolumeData::Create(const std::vector<std::shared_ptr
   if (__builtin_mul_overflow(bytes_per_slice, depth, &size)) return Null;
 
   std::shared_ptr<char> buffer(new char[size], array_deleter());
-  std::shared_ptr<VolumeData> volume(new VolumeData());
-  volume->buffer_ = buffer;
-  volume->start_ = 0;
-  volume->format_ = format;
-  volume->width_ = width;
-  volume->height_ = height;
-  volume->depth_ = depth;
-  volume->bytes_per_row_ = bytes_per_row;
-  volume->bytes_per_slice_ = bytes_per_slice;
-  volume->size_ = size;
-  volume->sliceable_ = true;
-  MakeSlices(buffer, 0, format, width, height, depth, bytes_per_slice, kAlignment, &volume->slices_);
+  // The same geometry as a volume over an existing buffer with four-byte rows.
+  std::shared_ptr<VolumeData> volume = Create(buffer, 0, format, width, height, depth, kAlignment);
+  if (!volume || volume->bytes_per_slice_ != bytes_per_slice) return Null;
 
   for (unsigned long long i = 0; i < depth; ++i) {
     const SurfaceData& source = *slices[i];

@@ -5,13 +5,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
-#include <cstring>
-#include <exception>
 #include <limits>
 #include <memory>
-#include <new>
 #include <vector>
 
+#include "format/checked_size.h"
 #include "format/format_tables_internal.h"
 #include "lumo/image/export.h"
 #include "lumo/image/format_tables.h"
@@ -19,12 +17,21 @@
 #include "lumo/image/mipmaps.h"
 #include "lumo/image/pyramid.h"
 #include "lumo/image/surface_data.h"
-#include "lumo/image/volume_data.h"
 #include "lumo/log/log.h"
+#include "plugins/byte_reader.h"
+#include "plugins/byte_writer.h"
+#include "plugins/entry_guard.h"
+#include "plugins/level_views.h"
+#include "plugins/plugin_images.h"
+#include "plugins/row_copy.h"
 
 namespace lumo::image {
 namespace {
 
+using detail::Extent;
+using detail::kCubeFaces;
+using detail::LevelExtent;
+using detail::LevelViews;
 using u32 = std::uint32_t;
 using u64 = unsigned long long;
 
@@ -61,7 +68,6 @@ constexpr u32 kPfAlphaPixels = 0x1, kPfAlpha = 0x2, kPfFourCC = 0x4, kPfRGB = 0x
 constexpr u32 kCapsComplex = 0x8, kCapsTexture = 0x1000, kCapsMipMap = 0x400000;
 constexpr u32 kCaps2CubeMap = 0x200, kCaps2FacePositiveX = 0x400, kCaps2Volume = 0x200000;
 constexpr u32 kDX10Texture2D = 3, kDX10Texture3D = 4, kDX10MiscCube = 4;
-constexpr unsigned kCubeFaces = 6;
 
 u32 FaceBit(unsigned face) { return kCaps2FacePositiveX << face; }
 
@@ -69,23 +75,6 @@ u32 FaceBit(unsigned face) { return kCaps2FacePositiveX << face; }
 enum class Kind : u32 { Surface = 0, Volume = 1, Cube = 2, SurfaceArray = 3, CubeArray = 4 };
 
 // ---- Sizes ----
-
-struct Extent {
-  u64 width, height, depth;
-};
-
-// Level `level` of a chain: every side halved per level, never below 1.
-Extent LevelExtent(const Extent& base, u64 level) {
-  auto half = [level](u64 side) { return level >= 64 ? 1 : std::max<u64>(1, side >> level); };
-  return {half(base.width), half(base.height), half(base.depth)};
-}
-
-// Tight bytes of one level; 0 when it does not fit in 64 bits.
-u64 LevelBytes(const PixelFormatDescriptor& format, const Extent& e, bool volume) {
-  return volume ? BytesTotal(format, e.width, e.height, e.depth, 0) : BytesTotal(format, e.width, e.height, 0);
-}
-
-bool Fits(u64 offset, u64 bytes, u64 size) { return bytes != 0 && offset <= size && bytes <= size - offset; }
 
 // End offsets are printed as 32-bit numbers; larger ones saturate rather than wrap.
 unsigned Print32(u64 value) {
@@ -95,32 +84,11 @@ unsigned Print32(u64 value) {
 
 unsigned PrintEnd(u64 offset, u64 bytes) {
   u64 end = 0;
-  return __builtin_add_overflow(offset, bytes, &end) || bytes == 0 ? std::numeric_limits<unsigned>::max()
-                                                                   : Print32(end);
+  return checked::AddOverflows(offset, bytes, &end) || bytes == 0 ? std::numeric_limits<unsigned>::max()
+                                                                  : Print32(end);
 }
 
 // ---- Reading ----
-
-// Every header read goes through here: no read past `size`.
-class LittleEndianReader {
- public:
-  LittleEndianReader(const char* data, std::size_t size)
-      : data_(reinterpret_cast<const unsigned char*>(data)), size_(data != nullptr ? size : 0) {}
-
-  std::size_t Size() const { return size_; }
-
-  bool U32(std::size_t offset, u32* out) const {
-    if (offset > size_ || size_ - offset < 4) return false;
-    const unsigned char* p = data_ + offset;
-    *out = static_cast<u32>(p[0]) | static_cast<u32>(p[1]) << 8 | static_cast<u32>(p[2]) << 16 |
-           static_cast<u32>(p[3]) << 24;
-    return true;
-  }
-
- private:
-  const unsigned char* data_;
-  std::size_t size_;
-};
 
 struct FileHeader {
   u32 height = 0, width = 0, depth = 0, mip_count = 0, pf_flags = 0, fourcc = 0, rgb_bits = 0;
@@ -131,20 +99,21 @@ struct FileHeader {
 };
 
 // False for a buffer that is not a DDS file (too short, wrong magic): no log line.
-bool ReadHeader(const LittleEndianReader& in, FileHeader* h) {
+bool ReadHeader(detail::ByteReader in, FileHeader* h) {
   u32 magic = 0;
-  if (in.Size() < kHeaderBytes || !in.U32(kOffMagic, &magic) || magic != kMagic) return false;
-  if (!(in.U32(kOffHeight, &h->height) && in.U32(kOffWidth, &h->width) && in.U32(kOffDepth, &h->depth) &&
-        in.U32(kOffMipCount, &h->mip_count) && in.U32(kOffPfFlags, &h->pf_flags) && in.U32(kOffFourCC, &h->fourcc) &&
-        in.U32(kOffRgbBits, &h->rgb_bits) && in.U32(kOffRMask, &h->r_mask) && in.U32(kOffGMask, &h->g_mask) &&
-        in.U32(kOffBMask, &h->b_mask) && in.U32(kOffAMask, &h->a_mask) && in.U32(kOffCaps2, &h->caps2))) {
+  if (in.Size() < kHeaderBytes || !in.U32LE(&magic) || magic != kMagic) return false;
+  if (!(in.Seek(kOffHeight) && in.U32LE(&h->height) && in.U32LE(&h->width) && in.Skip(4) && in.U32LE(&h->depth) &&
+        in.U32LE(&h->mip_count) && in.Seek(kOffPfFlags) && in.U32LE(&h->pf_flags) && in.U32LE(&h->fourcc) &&
+        in.U32LE(&h->rgb_bits) && in.U32LE(&h->r_mask) && in.U32LE(&h->g_mask) && in.U32LE(&h->b_mask) &&
+        in.U32LE(&h->a_mask) && in.Seek(kOffCaps2) && in.U32LE(&h->caps2))) {
     return false;
   }
   h->dx10 = (h->pf_flags & kPfFourCC) != 0 && h->fourcc == kFourCCDX10;
   if (!h->dx10) return true;
   if (in.Size() < kHeaderBytesDX10) return false;
   h->data_offset = kHeaderBytesDX10;
-  return in.U32(kHeaderBytes + kOffDxgi, &h->dxgi_format) && in.U32(kHeaderBytes + kOffArraySize, &h->array_size);
+  return in.Seek(kHeaderBytes + kOffDxgi) && in.U32LE(&h->dxgi_format) && in.Seek(kHeaderBytes + kOffArraySize) &&
+         in.U32LE(&h->array_size);
 }
 
 struct MaskComponent {
@@ -264,46 +233,32 @@ bool ValidateHeader(const FileHeader& h, Layout* out) {
   return true;
 }
 
-std::shared_ptr<Surface> SurfaceView(const std::shared_ptr<char>& data, u64 offset, const PixelFormatDescriptor& format,
-                                     const Extent& e) {
-  return std::make_shared<Surface>(SurfaceDataSharedMemory::Create(data, offset, format, e.width, e.height, 0));
-}
-
 void WarnMipOverflow(u64 level, u64 offset, u64 bytes, u64 size) {
   lumo::log::LogWarning(LogChannel, "DDS mipmap %d memory overflow: expect %u, current %u, break loading!",
                         static_cast<int>(level), PrintEnd(offset, bytes), Print32(size));
 }
 
-std::vector<std::shared_ptr<Mipmap>> LoadSurfaces(const std::shared_ptr<char>& data, u64 size, const Layout& l) {
+// Plain and volume chains: the levels that fit are kept, the first that does
+// not ends the chain with a warning.
+std::vector<std::shared_ptr<Mipmap>> LoadChain(const LevelViews& views, const Layout& l) {
+  const bool volume = l.kind == Kind::Volume;
   std::vector<std::shared_ptr<Mipmap>> levels;
   u64 offset = l.data_offset;
   for (u64 level = 0; level < l.levels; ++level) {
     const Extent e = LevelExtent(l.base, level);
-    const u64 bytes = LevelBytes(l.format, e, false);
-    if (!Fits(offset, bytes, size)) {
-      WarnMipOverflow(level, offset, bytes, size);
+    const u64 bytes = views.Bytes(e, volume);
+    if (!views.Fits(offset, e, volume)) {
+      WarnMipOverflow(level, offset, bytes, views.Size());
       break;
     }
-    levels.push_back(SurfaceView(data, offset, l.format, e));
-    offset += bytes;
-  }
-  return levels;
-}
-
-std::vector<std::shared_ptr<Mipmap>> LoadVolumes(const std::shared_ptr<char>& data, u64 size, const Layout& l) {
-  std::vector<std::shared_ptr<Mipmap>> levels;
-  u64 offset = l.data_offset;
-  for (u64 level = 0; level < l.levels; ++level) {
-    const Extent e = LevelExtent(l.base, level);
-    const u64 bytes = LevelBytes(l.format, e, true);
-    if (!Fits(offset, bytes, size)) {
-      WarnMipOverflow(level, offset, bytes, size);
-      break;
+    std::shared_ptr<Mipmap> mipmap;
+    if (volume) {
+      mipmap = views.VolumeAt(offset, e);
+    } else {
+      mipmap = views.SurfaceAt(offset, e);
     }
-    const std::shared_ptr<VolumeData> volume =
-        VolumeData::Create(data, offset, l.format, e.width, e.height, e.depth, 0);
-    if (!volume || volume->Size() != bytes) break;
-    levels.push_back(std::make_shared<Volume>(volume));
+    if (!mipmap) break;
+    levels.push_back(std::move(mipmap));
     offset += bytes;
   }
   return levels;
@@ -311,134 +266,102 @@ std::vector<std::shared_ptr<Mipmap>> LoadVolumes(const std::shared_ptr<char>& da
 
 // A cube with a face level past the end of the buffer is refused whole: a
 // shorter chain would need every face cut at the same level.
-bool LoadCubes(const std::shared_ptr<char>& data, u64 size, const Layout& l,
-               std::vector<std::shared_ptr<Mipmap>>* levels) {
-  std::array<std::vector<std::shared_ptr<Surface>>, kCubeFaces> faces;
+bool LoadCubes(const LevelViews& views, const Layout& l, std::vector<std::shared_ptr<Mipmap>>* levels) {
+  std::vector<std::array<std::shared_ptr<Surface>, kCubeFaces>> faces(static_cast<std::size_t>(l.levels));
   u64 offset = l.data_offset;
   for (unsigned face = 0; face < kCubeFaces; ++face) {
     if ((l.caps2 & FaceBit(face)) == 0) continue;
     for (u64 level = 0; level < l.levels; ++level) {
       const Extent e = LevelExtent(l.base, level);
-      const u64 bytes = LevelBytes(l.format, e, false);
-      if (!Fits(offset, bytes, size)) {
+      const u64 bytes = views.Bytes(e, false);
+      if (!views.Fits(offset, e, false)) {
         char text[160];
         std::snprintf(text, sizeof text,
                       "DDS cube face %u, mipmap %d memory overflow: expect %u, current %u, refuse loading!", face,
-                      static_cast<int>(level), PrintEnd(offset, bytes), Print32(size));
+                      static_cast<int>(level), PrintEnd(offset, bytes), Print32(views.Size()));
         lumo::log::CLogError(LogChannel, text);
         return false;
       }
-      faces[face].push_back(SurfaceView(data, offset, l.format, e));
+      faces[level][face] = views.SurfaceAt(offset, e);
       offset += bytes;
     }
   }
   for (u64 level = 0; level < l.levels; ++level) {
-    auto face = [&](unsigned f) { return level < faces[f].size() ? faces[f][level] : Surface::Null; };
-    std::shared_ptr<Cube> cube = Cube::Create(face(0), face(1), face(2), face(3), face(4), face(5));
+    std::shared_ptr<Cube> cube = views.CubeAt(faces[level]);
     if (!cube) return false;
-    levels->push_back(cube);
+    levels->push_back(std::move(cube));
   }
   return true;
 }
 
-bool LoadArrays(const std::shared_ptr<char>& data, u64 size, const Layout& l,
-                std::vector<std::shared_ptr<Mipmap>>* levels) {
+bool LoadArrays(const LevelViews& views, const Layout& l, std::vector<std::shared_ptr<Mipmap>>* levels) {
   // Where each level starts inside a layer, and the stride of one layer.
-  std::vector<u64> level_offset(l.levels), level_bytes(l.levels);
-  for (u64 level = 0; level < l.levels; ++level) {
-    level_bytes[level] = LevelBytes(l.format, LevelExtent(l.base, level), false);
-  }
+  std::vector<u64> level_offset(l.levels);
   // Every (layer, level) is checked before any view exists. Each one that
   // passes uses at least one byte of the buffer, so the loop is bounded by its
   // length, and once all pass no offset below can overflow.
   u64 offset = l.data_offset;
   for (u64 layer = 0; layer < l.layers; ++layer) {
     for (u64 level = 0; level < l.levels; ++level) {
-      const u64 bytes = level_bytes[level];
+      const Extent e = LevelExtent(l.base, level);
       if (layer == 0) level_offset[level] = offset - l.data_offset;
-      if (!Fits(offset, bytes, size)) {
+      if (!views.Fits(offset, e, false)) {
         lumo::log::LogError(LogChannel, "DDS Array %d, mipmap %d memory error: start %u, length %u!",
-                            static_cast<int>(layer), static_cast<int>(level), PrintEnd(offset, bytes), Print32(size));
+                            static_cast<int>(layer), static_cast<int>(level), PrintEnd(offset, views.Bytes(e, false)),
+                            Print32(views.Size()));
         return false;
       }
-      offset += bytes;
+      offset += views.Bytes(e, false);
     }
   }
   const u64 stride = (offset - l.data_offset) / l.layers;
+  std::vector<u64> offsets(static_cast<std::size_t>(l.layers));
   for (u64 level = 0; level < l.levels; ++level) {
-    const Extent e = LevelExtent(l.base, level);
-    std::vector<std::shared_ptr<Surface>> layers;
-    layers.reserve(static_cast<std::size_t>(l.layers));
-    for (u64 layer = 0; layer < l.layers; ++layer) {
-      layers.push_back(SurfaceView(data, l.data_offset + layer * stride + level_offset[level], l.format, e));
-    }
-    auto array = std::make_shared<SurfaceArray>(layers);
-    if (array->Count() != l.layers) return false;
-    levels->push_back(array);
+    for (u64 layer = 0; layer < l.layers; ++layer) offsets[layer] = l.data_offset + layer * stride + level_offset[level];
+    std::shared_ptr<SurfaceArray> array = views.ArrayAt(offsets, LevelExtent(l.base, level));
+    if (!array) return false;
+    levels->push_back(std::move(array));
   }
   return true;
 }
 
-class ImageDDS : public Image {
+class ImageDDS final : public detail::ContainerImage {
  public:
-  ImageDDS(u64 width, u64 height, u64 depth, bool is_array, PixelFormatDescriptor format, MipmapType type,
-           std::shared_ptr<Pyramid> pyramid)
-      : width_(width),
-        height_(height),
-        depth_(depth),
-        is_array_(is_array),
-        format_(format),
-        type_(type),
-        pyramid_(std::move(pyramid)) {}
-
-  std::shared_ptr<Pyramid> GetPyramid(bool alpha) override { return alpha ? Pyramid::Null : pyramid_; }
-  MipmapType Type() override { return type_; }
-  bool IsArray() override { return is_array_; }
-  bool HasAlphaPyramid() override { return false; }
-  ImageFormat Format() override { return ImageFormat::DDS; }
-  size_t Width() override { return static_cast<size_t>(width_); }
-  size_t Height() override { return static_cast<size_t>(height_); }
-  ImageOrigin Origin() const override { return pyramid_ ? pyramid_->Origin() : ImageOrigin::TopDown; }
-
- private:
-  u64 width_;
-  u64 height_;
-  u64 depth_;
-  bool is_array_;
-  PixelFormatDescriptor format_;
-  MipmapType type_;
-  std::shared_ptr<Pyramid> pyramid_;
+  using ContainerImage::ContainerImage;
 };
 
 std::shared_ptr<Image> Decode(const std::shared_ptr<char>& data, std::size_t size) {
-  const LittleEndianReader in(data.get(), size);
   FileHeader header;
-  if (!ReadHeader(in, &header)) return Image::Null;
+  if (!ReadHeader(detail::ByteReader(data.get(), size), &header)) return Image::Null;
   Layout layout;
   if (!ValidateHeader(header, &layout)) return Image::Null;
 
+  const LevelViews views(data, size, layout.format);
   std::vector<std::shared_ptr<Mipmap>> levels;
   switch (layout.kind) {
     case Kind::Surface:
-      levels = LoadSurfaces(data, size, layout);
-      break;
     case Kind::Volume:
-      levels = LoadVolumes(data, size, layout);
+      levels = LoadChain(views, layout);
       break;
     case Kind::Cube:
-      if (!LoadCubes(data, size, layout, &levels)) return Image::Null;
+      if (!LoadCubes(views, layout, &levels)) return Image::Null;
       break;
     case Kind::SurfaceArray:
-      if (!LoadArrays(data, size, layout, &levels)) return Image::Null;
+      if (!LoadArrays(views, layout, &levels)) return Image::Null;
       break;
     case Kind::CubeArray:
       break;
   }
   if (levels.empty()) return Image::Null;
 
-  std::shared_ptr<Pyramid> pyramid = Pyramid::Make(levels, ImageOrigin::TopDown);
-  return std::make_shared<ImageDDS>(layout.base.width, layout.base.height, layout.base.depth, layout.is_array,
-                                    layout.format, static_cast<MipmapType>(layout.kind), std::move(pyramid));
+  detail::ContainerImage::Shape shape;
+  shape.width = layout.base.width;
+  shape.height = layout.base.height;
+  shape.depth = layout.base.depth;
+  shape.is_array = layout.is_array;
+  shape.format = layout.format;
+  shape.type = static_cast<MipmapType>(layout.kind);
+  return std::make_shared<ImageDDS>(ImageFormat::DDS, shape, Pyramid::Make(levels, ImageOrigin::TopDown));
 }
 
 // ---- Writing ----
@@ -608,79 +531,6 @@ bool BuildHeader(const WriteShape& s, HeaderFields* h) {
   return true;
 }
 
-void PutU32(char* out, u32 value) {
-  for (int i = 0; i < 4; ++i) out[i] = static_cast<char>((value >> (8 * i)) & 0xFF);
-}
-
-// Pixels of one stored element of a level, whatever kind of level holds them.
-struct Source {
-  const char* data = nullptr;
-  u64 size = 0;
-  u64 pitch = 0;  // bytes from one row to the next; 0 for block data
-};
-
-Source FromSurfaceData(const SurfaceData* data) {
-  if (data == nullptr || data->Buffer() == nullptr) return {};
-  return {data->Buffer(), data->Size(), data->BytesPerRow()};
-}
-
-Source FromSurface(const std::shared_ptr<Surface>& surface) {
-  return surface ? FromSurfaceData(surface->Data().get()) : Source{};
-}
-
-// `slice`: the layer of an array, or the face number of a cube.
-Source SourceOf(const std::shared_ptr<Mipmap>& level, u64 slice) {
-  if (level) {
-    switch (level->Type()) {
-      case MipmapType::Surface:
-        if (auto* surface = dynamic_cast<Surface*>(level.get())) {
-          return slice == 0 ? FromSurfaceData(surface->Data().get()) : Source{};
-        }
-        break;
-      case MipmapType::Cube:
-        if (auto* cube = dynamic_cast<Cube*>(level.get())) {
-          return slice < kCubeFaces ? FromSurface(cube->GetFace(static_cast<CubeFace>(slice))) : Source{};
-        }
-        break;
-      case MipmapType::SurfaceArray:
-        if (auto* array = dynamic_cast<SurfaceArray*>(level.get())) return FromSurface(array->At(slice));
-        break;
-      case MipmapType::Volume:
-        if (auto* volume = dynamic_cast<Volume*>(level.get())) {
-          const VolumeData* data = volume->Data().get();
-          if (slice != 0 || data == nullptr || data->Buffer() == nullptr) return {};
-          return {data->Buffer(), data->Size(), data->BytesPerRow()};
-        }
-        break;
-      default:
-        break;
-    }
-  }
-  lumo::log::CLogError(LogChannel, "Unkown mipmap type.");
-  return {};
-}
-
-// Fills exactly `bytes` at `out` with tight rows; whatever the source lacks
-// stays zero, and nothing beyond the source's own size is read.
-void CopyTight(char* out, u64 bytes, u64 tight_row, bool compressed, const Source& src) {
-  u64 written = 0;
-  if (src.data != nullptr && src.size != 0) {
-    if (compressed || src.pitch == 0 || src.pitch == tight_row || tight_row == 0) {
-      written = std::min(src.size, bytes);
-      std::memcpy(out, src.data, static_cast<std::size_t>(written));
-    } else {
-      const u64 rows = std::min(bytes / tight_row, src.size / src.pitch);
-      const u64 row = std::min(tight_row, src.pitch);
-      for (u64 y = 0; y < rows; ++y) {
-        std::memcpy(out + y * tight_row, src.data + y * src.pitch, static_cast<std::size_t>(row));
-        if (row < tight_row) std::memset(out + y * tight_row + row, 0, static_cast<std::size_t>(tight_row - row));
-      }
-      written = rows * tight_row;
-    }
-  }
-  if (written < bytes) std::memset(out + written, 0, static_cast<std::size_t>(bytes - written));
-}
-
 std::shared_ptr<char> Encode(const Pyramid& pyramid, size_t* size) {
   WriteShape shape;
   shape.format = pyramid.Format();
@@ -725,33 +575,35 @@ std::shared_ptr<char> Encode(const Pyramid& pyramid, size_t* size) {
   std::vector<u64> level_bytes(static_cast<std::size_t>(shape.levels));
   u64 per_slice = 0;
   for (u64 level = 0; level < shape.levels; ++level) {
-    level_bytes[level] = LevelBytes(shape.format, LevelExtent(shape.base, level), volume);
-    if (level_bytes[level] == 0 || __builtin_add_overflow(per_slice, level_bytes[level], &per_slice)) {
+    const Extent e = LevelExtent(shape.base, level);
+    level_bytes[level] = volume ? BytesTotal(shape.format, e.width, e.height, e.depth, 0)
+                                : BytesTotal(shape.format, e.width, e.height, 0);
+    if (level_bytes[level] == 0 || checked::AddOverflows(per_slice, level_bytes[level], &per_slice)) {
       lumo::log::CLogError(LogChannel, "DDS cannot hold an image this large.");
       return nullptr;
     }
   }
   u64 total = 0;
-  if (__builtin_mul_overflow(per_slice, static_cast<u64>(slices.size()), &total) ||
-      __builtin_add_overflow(total, static_cast<u64>(header.Length()), &total) ||
+  if (checked::MulAddOverflows(per_slice, static_cast<u64>(slices.size()), static_cast<u64>(header.Length()), &total) ||
       total > std::numeric_limits<std::size_t>::max()) {
     lumo::log::CLogError(LogChannel, "DDS cannot hold an image this large.");
     return nullptr;
   }
 
-  std::shared_ptr<char> file(new char[static_cast<std::size_t>(total)], array_deleter());
-  char* out = file.get();
-  for (std::size_t i = 0; i < kHeaderWords; ++i) PutU32(out + 4 * i, header.main[i]);
+  std::shared_ptr<char> file = detail::NewFileBuffer(total);
+  detail::ByteWriter out(file.get(), static_cast<std::size_t>(total));
+  for (const u32 field : header.main) out.U32LE(field);
   if (header.uses_dx10) {
-    for (std::size_t i = 0; i < kDX10Words; ++i) PutU32(out + kHeaderBytes + 4 * i, header.dx10[i]);
+    for (const u32 field : header.dx10) out.U32LE(field);
   }
-  out += header.Length();
   for (const u64 slice : slices) {
     for (u64 level = 0; level < shape.levels; ++level) {
-      const Extent e = LevelExtent(shape.base, level);
-      const u64 tight_row = BytesPerRow(meta, e.width, 0);
-      CopyTight(out, level_bytes[level], tight_row, shape.compressed, SourceOf(pyramid.GetMipmap(level), slice));
-      out += level_bytes[level];
+      const detail::LevelElement element = detail::ElementOf(pyramid.GetMipmap(level), slice);
+      if (!element.known) lumo::log::CLogError(LogChannel, "Unkown mipmap type.");
+      const u64 tight_row = BytesPerRow(meta, LevelExtent(shape.base, level).width, 0);
+      char* level_out = out.Reserve(static_cast<std::size_t>(level_bytes[level]));
+      if (level_out == nullptr) return nullptr;
+      detail::CopyElement(level_out, level_bytes[level], tight_row, shape.compressed, element);
     }
   }
   *size = static_cast<size_t>(total);
@@ -760,11 +612,7 @@ std::shared_ptr<char> Encode(const Pyramid& pyramid, size_t* size) {
 
 // Failures deep inside are raised; the entry points log them and report the
 // failure result. Only allocation failures pass through.
-void LogUnexpected(const char* what) {
-  char text[256];
-  std::snprintf(text, sizeof text, "DDS: %s", what);
-  lumo::log::CLogError(LogChannel, text);
-}
+constexpr detail::GuardPolicy kGuard{"DDS: %s", "DDS: unexpected failure", true};
 
 class ImageDDSPlugin : public ImagePlugin {
  public:
@@ -772,45 +620,25 @@ class ImageDDSPlugin : public ImagePlugin {
   const char* Name() override { return "DDS"; }
 
   bool CheckFormat(const char* data, size_t size) override {
+    detail::ByteReader in(data, size);
     u32 magic = 0;
-    return LittleEndianReader(data, size).U32(kOffMagic, &magic) && magic == kMagic;
+    return in.U32LE(&magic) && magic == kMagic;
   }
 
   bool SharesSourceBuffer() override { return true; }
 
   std::shared_ptr<Image> Create(const std::shared_ptr<char>& data, size_t size) override {
-    try {
-      return Decode(data, size);
-    } catch (const std::bad_alloc&) {
-      throw;
-    } catch (const std::exception& e) {
-      LogUnexpected(e.what());
-    } catch (...) {
-      LogUnexpected("unexpected failure");
-    }
-    return Image::Null;
+    return detail::Guarded(kGuard, Image::Null, [&] { return Decode(data, size); });
   }
 
   std::shared_ptr<char> Serialize(const Pyramid* pyramid, size_t* size, int /*flags*/) override {
     if (pyramid == nullptr || size == nullptr) return nullptr;
-    try {
-      return Encode(*pyramid, size);
-    } catch (const std::bad_alloc&) {
-      throw;
-    } catch (const std::exception& e) {
-      LogUnexpected(e.what());
-    } catch (...) {
-      LogUnexpected("unexpected failure");
-    }
-    return nullptr;
+    return detail::Guarded(kGuard, std::shared_ptr<char>(), [&] { return Encode(*pyramid, size); });
   }
 
   std::shared_ptr<char> Serialize(const SurfaceData* surface, size_t* size, int flags) override {
     if (surface == nullptr) return nullptr;
-    // Borrowed for the duration of the call only.
-    std::shared_ptr<SurfaceData> borrowed(const_cast<SurfaceData*>(surface), [](SurfaceData*) {});
-    const std::shared_ptr<Pyramid> pyramid = Pyramid::Make(std::make_shared<Surface>(borrowed), ImageOrigin::TopDown);
-    return Serialize(pyramid.get(), size, flags);
+    return Serialize(detail::BorrowedPyramid(surface).get(), size, flags);
   }
 };
 

@@ -73,6 +73,17 @@ LUMO_IMAGE_API extern const int ISF_KTX2_ZLIB;
 LUMO_IMAGE_API extern const int ISF_KTX2_SUPERCOMPRESSION_SCHEME_MASK;
 LUMO_IMAGE_API extern const int ISF_KTX2_COMPRESS_LEVEL_MASK;
 
+// Decode limit: the largest picture, in pixels (width x height, x depth for
+// volumes), that a decoder allocates pixel memory for. A file declaring more
+// is refused with one log line before anything is allocated, so a tiny file
+// cannot make the process allocate gigabytes. Views over the caller's buffer
+// (DDS and the other GPU containers) allocate no pixels and are not limited.
+// The default, 2^28 pixels, is a 16384 x 16384 picture. The setting is
+// library-wide and may be changed at any time, also while other threads decode.
+inline constexpr unsigned long long kDefaultMaxDecodePixels = 1ull << 28;
+LUMO_IMAGE_API void SetMaxDecodePixels(unsigned long long pixels);
+LUMO_IMAGE_API unsigned long long MaxDecodePixels();
+
 // A decoded file.
 class LUMO_IMAGE_API Image {
  public:

@@ -1,0 +1,48 @@
+#include "support/exercise_image.h"
+
+#include "lumo/image/mipmaps.h"
+#include "lumo/image/pyramid.h"
+#include "lumo/image/surface_data.h"
+
+namespace lumo::image::testing {
+namespace {
+
+// Keeps the reads from being optimised away.
+volatile unsigned char sink = 0;
+
+void ReadAll(const std::shared_ptr<Surface>& surface) {
+  if (!surface || !surface->Data() || surface->Buffer() == nullptr) return;
+  const char* bytes = surface->Buffer();
+  unsigned char folded = 0;
+  for (unsigned long long i = 0; i < surface->Size(); ++i) folded ^= static_cast<unsigned char>(bytes[i]);
+  sink = sink ^ folded;
+}
+
+void ReadPyramid(const std::shared_ptr<Pyramid>& pyramid) {
+  if (!pyramid) return;
+  for (unsigned long long level = 0; level < pyramid->LevelsCurrent(); ++level) {
+    const std::shared_ptr<Mipmap> mipmap = pyramid->GetMipmap(level);
+    if (!mipmap) continue;
+    for (unsigned long long s = 0; s < mipmap->GetSurfaceCount(); ++s) ReadAll(mipmap->GetSurface(s));
+  }
+}
+
+}  // namespace
+
+void ExerciseImage(Image& image) {
+  const std::shared_ptr<Pyramid> pyramid = image.GetPyramid(false);
+  ReadPyramid(pyramid);
+  if (image.HasAlphaPyramid()) ReadPyramid(image.GetPyramid(true));
+  if (!pyramid) return;
+  size_t size = 0;
+  const std::shared_ptr<char> file = ImageFactory::Instance()->Serialize(image.Format(), pyramid.get(), &size, 0);
+  if (file && size != 0) sink = sink ^ static_cast<unsigned char>(file.get()[size - 1]);
+}
+
+std::shared_ptr<Image> DecodeAndExercise(const std::shared_ptr<char>& data, size_t size) {
+  const std::shared_ptr<Image> image = ImageFactory::Instance()->Create(data, size);
+  if (image) ExerciseImage(*image);
+  return image;
+}
+
+}  // namespace lumo::image::testing

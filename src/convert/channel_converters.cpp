@@ -1,5 +1,7 @@
 #include "convert/channel_converters.h"
 
+#include "format/checked_size.h"
+
 #include <algorithm>
 #include <cstring>
 #include <limits>
@@ -116,10 +118,10 @@ std::shared_ptr<SurfaceData> ConvertSubByte(const SurfaceData* source, const Pix
   const unsigned long long width = source->Width(), height = source->Height();
   const unsigned long long dst_row = lumo::image::BytesPerRow(meta, width, 0);
   unsigned long long written = 0, size = 0;
-  if (dst_row == 0 || __builtin_mul_overflow(width, dst_pixel, &written) || dst_row < written) {
+  if (dst_row == 0 || checked::MulOverflows(width, dst_pixel, &written) || dst_row < written) {
     return SurfaceData::Null;
   }
-  if (__builtin_mul_overflow(dst_row, height, &size) || size > std::numeric_limits<std::size_t>::max()) {
+  if (checked::MulOverflows(dst_row, height, &size) || size > std::numeric_limits<std::size_t>::max()) {
     return SurfaceData::Null;
   }
   const unsigned per_byte = 8 / bits;
@@ -313,7 +315,7 @@ std::shared_ptr<SurfaceData> ConverterReinterpret::Convert(const SurfaceData* so
   unsigned long long view_size = 0;
   if (meta.compressed) {
     view_size = BytesTotal(meta, width, height, 0);
-  } else if (__builtin_mul_overflow(lumo::image::BytesPerRow(meta, width, alignment), height, &view_size)) {
+  } else if (checked::MulOverflows(lumo::image::BytesPerRow(meta, width, alignment), height, &view_size)) {
     return SurfaceData::Null;
   }
   if (view_size > size || size > std::numeric_limits<std::size_t>::max()) return SurfaceData::Null;

@@ -6,6 +6,7 @@
 #include <memory>
 #include <utility>
 
+#include "format/checked_size.h"
 #include "lumo/image/converters.h"
 #include "lumo/image/surface_data.h"
 
@@ -49,7 +50,7 @@ inline bool RowsHold(const SurfaceData* source, const PixelFormatDescriptor& tar
   if (source == nullptr) return false;
   const unsigned long long width = source->Width();
   unsigned long long src_need = 0, dst_need = 0;
-  if (__builtin_mul_overflow(width, src_pixel, &src_need) || __builtin_mul_overflow(width, dst_pixel, &dst_need)) {
+  if (checked::MulOverflows(width, src_pixel, &src_need) || checked::MulOverflows(width, dst_pixel, &dst_need)) {
     return false;
   }
   if (source->Height() != 0 && source->BytesPerRow() < src_need) return false;

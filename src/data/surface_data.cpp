@@ -5,6 +5,7 @@
 
 #include "data/pixel_memory.h"
 #include "data/reinterpret.h"
+#include "format/checked_size.h"
 #include "lumo/image/converters.h"
 
 namespace lumo::image {
@@ -30,7 +31,7 @@ unsigned long long CompressedSize(const PixelFormatDescriptor& format, unsigned 
 
 unsigned long long RowsTimes(unsigned long long bytes_per_row, unsigned long long height) {
   unsigned long long size = 0;
-  return __builtin_mul_overflow(bytes_per_row, height, &size) ? 0 : size;
+  return checked::MulOverflows(bytes_per_row, height, &size) ? 0 : size;
 }
 
 }  // namespace
@@ -85,7 +86,7 @@ std::shared_ptr<SurfaceDataBitmap> SurfaceDataBitmap::Create(unsigned long long 
   } else {
     bytes_per_row = lumo::image::BytesPerRow(meta, width, alignment);
     if (bytes_per_row == 0) return Null;
-    if (__builtin_mul_overflow(bytes_per_row, height, &size)) return Null;
+    if (checked::MulOverflows(bytes_per_row, height, &size)) return Null;
   }
   std::shared_ptr<SurfaceDataBitmap> bitmap(new SurfaceDataBitmap());
   bitmap->buffer_ = detail::AllocatePixels(size);
@@ -175,7 +176,7 @@ std::shared_ptr<SurfaceDataSharedMemory> SurfaceDataSharedMemory::ReinterpretCop
     const BitsPair bits = PixelBits(format);
     // New-format pixels in one existing row; 0 when the row size or the format says nothing.
     unsigned long long row_bits = 0;
-    const bool overflow = __builtin_mul_overflow(bytes_per_row_, 8 * bits.pixels, &row_bits);
+    const bool overflow = checked::MulOverflows(bytes_per_row_, 8 * bits.pixels, &row_bits);
     copy->width_ = bits.bits == 0 || overflow ? 0 : row_bits / bits.bits;
   }
   return copy;

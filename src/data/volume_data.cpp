@@ -9,6 +9,7 @@
 #include <new>
 #include <utility>
 
+#include "format/checked_size.h"
 #include "lumo/image/compressed_formats.h"
 #include "lumo/image/engines.h"
 
@@ -54,18 +55,18 @@ std::shared_ptr<VolumeData> VolumeData::Create(const std::shared_ptr<char>& buff
   bool sliceable = true;
   if (!lumo::image::IsCompressed(format)) {
     bytes_per_row = lumo::image::BytesPerRow(format, width, alignment);
-    if (__builtin_mul_overflow(bytes_per_row, height, &bytes_per_slice)) return Null;
-    if (__builtin_mul_overflow(bytes_per_slice, depth, &size)) return Null;
+    if (checked::MulOverflows(bytes_per_row, height, &bytes_per_slice)) return Null;
+    if (checked::MulOverflows(bytes_per_slice, depth, &size)) return Null;
   } else if (!Has3DBlocks(format)) {
     bytes_per_slice = BytesTotal(format, width, height, alignment);
-    if (__builtin_mul_overflow(bytes_per_slice, depth, &size)) return Null;
+    if (checked::MulOverflows(bytes_per_slice, depth, &size)) return Null;
   } else {
     size = BytesTotal(format, width, height, depth, alignment);
     sliceable = false;
   }
   // Slice offsets and Buffer() must stay inside the 64-bit address range.
   unsigned long long end = 0;
-  if (__builtin_add_overflow(start, size, &end)) return Null;
+  if (checked::AddOverflows(start, size, &end)) return Null;
 
   std::shared_ptr<VolumeData> volume(new VolumeData());
   volume->buffer_ = buffer;
@@ -104,10 +105,10 @@ std::shared_ptr<VolumeData> VolumeData::Create(const std::vector<std::shared_ptr
     if (Has3DBlocks(format)) return Null;
     bytes_per_slice = BytesTotal(format, width, height, kAlignment);
     if (bytes_per_slice == 0) return Null;  // undecodable, or too large
-  } else if (__builtin_mul_overflow(bytes_per_row, height, &bytes_per_slice)) {
+  } else if (checked::MulOverflows(bytes_per_row, height, &bytes_per_slice)) {
     return Null;
   }
-  if (__builtin_mul_overflow(bytes_per_slice, depth, &size)) return Null;
+  if (checked::MulOverflows(bytes_per_slice, depth, &size)) return Null;
 
   std::shared_ptr<char> buffer(new char[size], array_deleter());
   // The same geometry as a volume over an existing buffer with four-byte rows.

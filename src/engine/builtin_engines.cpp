@@ -9,6 +9,7 @@
 #include <emmintrin.h>
 #endif
 
+#include "format/checked_size.h"
 #include "lumo/image/export.h"
 #include "lumo/image/formats.h"
 #include "lumo/image/surface_data.h"
@@ -360,9 +361,9 @@ bool BuiltInExtrudeEngine::Extrude(const SurfaceData* source, unsigned long long
   // to repeat) from being read.
   if (dw == 0 || dh == 0) return true;
   u64 inner_right = 0, rows = 0, dw_bytes = 0;
-  if (w == 0 || h == 0 || __builtin_add_overflow(left, w, &inner_right) ||
-      __builtin_add_overflow(top, h, &rows) || __builtin_add_overflow(rows, bottom, &rows) ||
-      __builtin_mul_overflow(dw, b, &dw_bytes) || dw < inner_right || dh < rows || dbpr < dw_bytes) {
+  if (w == 0 || h == 0 || checked::AddOverflows(left, w, &inner_right) ||
+      checked::AddOverflows(top, h, &rows) || checked::AddOverflows(rows, bottom, &rows) ||
+      checked::MulOverflows(dw, b, &dw_bytes) || dw < inner_right || dh < rows || dbpr < dw_bytes) {
     return false;
   }
 

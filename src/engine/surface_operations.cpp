@@ -2,6 +2,7 @@
 // Each checks its arguments, fetches the engine, creates the destination
 // (rows padded to four bytes) and calls the engine once.
 #include "lumo/image/engines.h"
+#include "format/checked_size.h"
 #include "lumo/image/surface_data.h"
 #include "lumo/log/log.h"
 
@@ -46,8 +47,8 @@ std::shared_ptr<SurfaceData> SurfaceData::ExtrudeCopy(unsigned long long left, u
     return Null;
   }
   unsigned long long width = 0, height = 0;
-  if (__builtin_add_overflow(left, Width(), &width) || __builtin_add_overflow(width, right, &width) ||
-      __builtin_add_overflow(top, Height(), &height) || __builtin_add_overflow(height, bottom, &height)) {
+  if (checked::AddOverflows(left, Width(), &width) || checked::AddOverflows(width, right, &width) ||
+      checked::AddOverflows(top, Height(), &height) || checked::AddOverflows(height, bottom, &height)) {
     return Null;
   }
   ExtrudeEngine* engine = GetExtrudeEngine();

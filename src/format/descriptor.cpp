@@ -1,5 +1,7 @@
 #include "lumo/image/formats.h"
 
+#include "format/checked_size.h"
+
 namespace lumo::image {
 namespace {
 
@@ -31,10 +33,6 @@ bool AnyKind(const PixelFormatDescriptor& d, PixelComponent a, PixelComponent b)
   PixelFormatMeta meta{};
   if (!ParseUncompressed(d, &meta)) return false;
   return AnySlot(meta, [&](const ComponentMeta& slot) { return slot.component == a || slot.component == b; });
-}
-
-bool MulOverflows(unsigned long long a, unsigned long long b, unsigned long long* out) {
-  return __builtin_mul_overflow(a, b, out);
 }
 
 // ceil(a / b) for b > 0, without the overflow of a + b - 1.
@@ -172,7 +170,7 @@ unsigned long long BitsPerPixel(const PixelFormatMeta& meta, unsigned long long*
   unsigned long long result = 0, div = 1;
   if (!meta.compressed) {
     for (const ComponentMeta& slot : meta.components) {
-      if (__builtin_add_overflow(result, slot.bits, &result)) {
+      if (checked::AddOverflows(result, slot.bits, &result)) {
         result = 0;
         div = 0;
         break;
@@ -242,8 +240,8 @@ unsigned long long BytesPerRow(const PixelFormatMeta& meta, unsigned long long w
   if (n == 0 || d == 0) return 0;
   // ceil(n * width / d) without overflowing on the intermediate product.
   unsigned long long row = 0;
-  if (MulOverflows(width / d, n, &row)) return 0;
-  if (__builtin_add_overflow(row, CeilDiv(width % d * n, d), &row)) return 0;
+  if (checked::MulOverflows(width / d, n, &row)) return 0;
+  if (checked::AddOverflows(row, CeilDiv(width % d * n, d), &row)) return 0;
   return AlignUp(row, alignment);
 }
 
@@ -257,7 +255,7 @@ unsigned long long BytesTotal(const PixelFormatMeta& meta, unsigned long long wi
                               unsigned long long alignment) {
   unsigned long long total = 0;
   if (!meta.compressed) {
-    return MulOverflows(BytesPerRow(meta, width, alignment), height, &total) ? 0 : total;
+    return checked::MulOverflows(BytesPerRow(meta, width, alignment), height, &total) ? 0 : total;
   }
   unsigned char w = 0, h = 0;
   CompressFormatBlockDimension(meta.compress_format, &w, &h);
@@ -268,8 +266,8 @@ unsigned long long BytesTotal(const PixelFormatMeta& meta, unsigned long long wi
   const unsigned long long blocks_x = CeilDiv(width > min_w ? width : min_w, w);
   const unsigned long long blocks_y = CeilDiv(height > min_h ? height : min_h, h);
   unsigned long long blocks = 0;
-  if (MulOverflows(blocks_x > 0 ? blocks_x : 1, blocks_y > 0 ? blocks_y : 1, &blocks)) return 0;
-  return MulOverflows(blocks, block, &total) ? 0 : total;
+  if (checked::MulOverflows(blocks_x > 0 ? blocks_x : 1, blocks_y > 0 ? blocks_y : 1, &blocks)) return 0;
+  return checked::MulOverflows(blocks, block, &total) ? 0 : total;
 }
 
 unsigned long long BytesTotal(const PixelFormatDescriptor& d, unsigned long long width, unsigned long long height,
@@ -288,15 +286,15 @@ unsigned long long BytesTotal(const PixelFormatMeta& meta, unsigned long long wi
       unsigned char w = 0, h = 0, dz = 0;
       ASTCBlockDimension(format, &w, &h, &dz);
       unsigned long long blocks = 0;
-      if (MulOverflows(CeilDiv(width, w), CeilDiv(height, h), &blocks) ||
-          MulOverflows(blocks, CeilDiv(depth, dz), &blocks) || MulOverflows(blocks, 16, &total)) {
+      if (checked::MulOverflows(CeilDiv(width, w), CeilDiv(height, h), &blocks) ||
+          checked::MulOverflows(blocks, CeilDiv(depth, dz), &blocks) || checked::MulOverflows(blocks, 16, &total)) {
         return 0;
       }
       return total;
     }
     if (number >= 45) return 0;
   }
-  return MulOverflows(BytesTotal(meta, width, height, alignment), depth, &total) ? 0 : total;
+  return checked::MulOverflows(BytesTotal(meta, width, height, alignment), depth, &total) ? 0 : total;
 }
 
 unsigned long long BytesTotal(const PixelFormatDescriptor& d, unsigned long long width, unsigned long long height,

@@ -1,0 +1,195 @@
+// Real files from the shared corpus, one container at a time: every row of
+// MANIFEST.tsv for the container is loaded through the factory and checked
+// against the manifest (properties, reference bytes, refusals, the log lines
+// its notes call for), then written back in its own format, loaded again and
+// compared with what was first loaded.
+#include <gtest/gtest.h>
+
+#include <iostream>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "lumo/image/image_factory.h"
+#include "lumo/image/mipmaps.h"
+#include "lumo/image/pyramid.h"
+#include "lumo/image/surface_data.h"
+#include "support/files.h"
+#include "support/log_capture.h"
+#include "support/surfaces.h"
+
+namespace lumo::image {
+namespace {
+
+using ull = unsigned long long;
+using testing::Bytes;
+using testing::CorpusRow;
+using testing::Tight;
+
+// The manifest's container names and what sets their files apart.
+struct Container {
+  const char* name;
+  ImageFormat format;  // of the plugin that must be registered for the rows to run
+  const char* warning;  // part of the one warning a row noted "warning expected" logs, or ""
+};
+const Container kContainers[] = {
+    {"DDS", ImageFormat::DDS, "memory overflow"},
+    {"KTX", ImageFormat::KTX, ""},
+    {"PVR", ImageFormat::PVR, ""},
+    {"PKM", ImageFormat::PKM, ""},
+    {"ASTC", ImageFormat::ASTC, ""},
+    {"PNG", ImageFormat::PNG, ""},
+    {"JPEG", ImageFormat::JPG, ""},
+    {"TGA", ImageFormat::TGA, ""},
+    {"BMP", ImageFormat::BMP, ""},
+    {"GIF", ImageFormat::GIF, ""},
+    {"HDR", ImageFormat::HDR, ""},
+};
+
+const Container* Find(const std::string& name) {
+  for (const Container& c : kContainers) {
+    if (name == c.name) return &c;
+  }
+  return nullptr;
+}
+
+// Level 0, element 0 (a volume: every slice of level 0).
+std::string Level0Payload(const Pyramid& p) {
+  const auto level = p.GetMipmap(0);
+  const ull count = level->Type() == MipmapType::Volume ? level->GetSurfaceCount() : 1;
+  std::string bytes;
+  for (ull i = 0; i < count; ++i) bytes += Tight(*level->GetSurface(i)->Data());
+  return bytes;
+}
+
+// Every element of level 0, in stored order.
+std::string Level0All(const Pyramid& p) {
+  const auto level = p.GetMipmap(0);
+  std::string bytes;
+  for (ull i = 0; i < level->GetSurfaceCount(); ++i) bytes += Tight(*level->GetSurface(i)->Data());
+  return bytes;
+}
+
+// How a row's ref file is compared with the loaded image, by the manifest's ref_kind.
+// The picture containers will add "rgba8" and "rgbaf32" (decoded pixels, top row first).
+using RefCheck = ::testing::AssertionResult (*)(const CorpusRow& row, const Pyramid& loaded, const Bytes& ref);
+
+::testing::AssertionResult SamePayload(const CorpusRow& row, const Pyramid& loaded, const Bytes& ref) {
+  if (Level0Payload(loaded) == std::string(ref.begin(), ref.end())) return ::testing::AssertionSuccess();
+  return ::testing::AssertionFailure() << "level 0 bytes differ from " << row.ref;
+}
+
+const std::map<std::string, RefCheck> kRefChecks = {{"payload", SamePayload}};
+
+const char* TypeName(MipmapType type) {
+  switch (type) {
+    case MipmapType::Surface:
+      return "surface";
+    case MipmapType::Volume:
+      return "volume";
+    case MipmapType::Cube:
+      return "cube";
+    case MipmapType::SurfaceArray:
+      return "array";
+    case MipmapType::CubeArray:
+      return "cube array";
+  }
+  return "?";
+}
+
+ull Faces(const Pyramid& p) {
+  const auto* cube = dynamic_cast<const Cube*>(p.GetMipmap(0).get());
+  if (cube == nullptr) return 1;
+  ull faces = 0;
+  for (unsigned f = 0; f < 6; ++f) faces += cube->GetFace(static_cast<CubeFace>(f)) ? 1 : 0;
+  return faces;
+}
+
+// The properties the manifest lists, in its column order.
+std::vector<std::string> Properties(Image& im, const Pyramid& p) {
+  return {TypeName(im.Type()),        ToString(p.Format()),
+          std::to_string(im.Width()), std::to_string(im.Height()),
+          std::to_string(p.Depth()),  std::to_string(p.ArrayLength()),
+          std::to_string(Faces(p)),   std::to_string(p.LevelsCurrent())};
+}
+
+bool Notes(const CorpusRow& row, const char* text) { return row.notes.find(text) != std::string::npos; }
+
+class Corpus : public ::testing::TestWithParam<const char*> {};
+
+TEST_P(Corpus, FilesMatchTheManifestAndSurviveARoundTrip) {
+  const Container* container = Find(GetParam());
+  ASSERT_NE(container, nullptr) << GetParam() << " is not a container of the manifest";
+  if (!ImageFactory::Instance()->IsRegistered(container->format)) {
+    GTEST_SKIP() << "no plugin registered for " << container->name;
+  }
+  const std::string dir = testing::CorpusDir();
+  const std::optional<std::vector<CorpusRow>> rows = testing::CorpusRows(container->name);
+  if (!rows) GTEST_SKIP() << "corpus not found at " << dir << " (set LMIMAGE_CORPUS_DIR)";
+  ASSERT_FALSE(rows->empty()) << "the manifest lists no " << container->name << " file";
+
+  int loaded = 0, refused = 0, refs = 0;
+  for (const CorpusRow& row : *rows) {
+    SCOPED_TRACE(row.file);
+    const std::optional<Bytes> bytes = testing::ReadFile(dir + "/" + row.file);
+    ASSERT_TRUE(bytes);
+
+    testing::LogCapture log;
+    const auto image = testing::Decode(*bytes);
+    if (Notes(row, "no log line")) {
+      EXPECT_TRUE(log.lines.empty()) << log.All();
+    }
+    if (row.expect == "reject") {
+      EXPECT_EQ(image, Image::Null);
+      ++refused;
+      continue;
+    }
+    ASSERT_NE(image, Image::Null) << log.All();
+    ++loaded;
+    if (Notes(row, "warning expected")) {
+      ASSERT_EQ(log.lines.size(), 1u) << log.All();
+      EXPECT_EQ(log.lines[0].severity, log::Severity::Warning);
+      EXPECT_NE(log.lines[0].text.find(container->warning), std::string::npos) << log.All();
+    }
+
+    const auto pyramid = image->GetPyramid(false);
+    ASSERT_TRUE(pyramid);
+    const std::vector<std::string> want = {row.type,  row.format, row.width, row.height,
+                                           row.depth, row.layers, row.faces, row.levels};
+    const std::vector<std::string> have = Properties(*image, *pyramid);
+    const char* names[] = {"type", "format", "width", "height", "depth", "layers", "faces", "levels"};
+    for (size_t i = 0; i < want.size(); ++i) {
+      if (want[i] != "-") {
+        EXPECT_EQ(have[i], want[i]) << names[i];
+      }
+    }
+    if (row.ref_kind != "-") {
+      const auto check = kRefChecks.find(row.ref_kind);
+      const std::optional<Bytes> ref = testing::ReadFile(dir + "/" + row.ref);
+      ASSERT_NE(check, kRefChecks.end()) << "no comparison for ref kind " << row.ref_kind;
+      ASSERT_TRUE(ref) << row.ref;
+      EXPECT_TRUE(check->second(row, *pyramid, *ref));
+      ++refs;
+    }
+
+    const Bytes file = testing::Encode(*pyramid, image->Format());
+    ASSERT_FALSE(file.empty()) << log.All();
+    const auto again = testing::Decode(file);
+    ASSERT_NE(again, Image::Null);
+    const auto back = again->GetPyramid(false);
+    EXPECT_EQ(Properties(*again, *back), have);
+    EXPECT_TRUE(Level0All(*back) == Level0All(*pyramid)) << "level 0 changed on the round trip";
+  }
+  std::cout << "[ corpus   ] " << rows->size() << " " << container->name << " rows: " << loaded << " loaded ("
+            << refs << " compared with their ref), " << refused
+            << " refused as expected; round trips checked for every loaded file\n";
+}
+
+// One name per container whose plugin has landed.
+INSTANTIATE_TEST_SUITE_P(Containers, Corpus, ::testing::Values("DDS"),
+                         [](const ::testing::TestParamInfo<const char*>& info) { return std::string(info.param); });
+
+}  // namespace
+}  // namespace lumo::image

@@ -1,0 +1,31 @@
+// libFuzzer entry point: every input goes through format detection, every view
+// the decoder hands out is read in full, and the image is written back in its
+// own format (see support/exercise_image.h).
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <string>
+
+#include "lumo/image/image_factory.h"
+#include "lumo/image/surface_data.h"
+#include "lumo/log/log.h"
+#include "support/exercise_image.h"
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+  // Nearly every input is refused with a log line; printing them would cost
+  // more than decoding.
+  lumo::log::SetSink([](unsigned, lumo::log::Severity, int, const std::string&) {});
+  // Pictures up to 4096 x 4096: large enough for every code path, small enough
+  // that an honest allocation stays far below the fuzzer's memory limit.
+  lumo::image::SetMaxDecodePixels(1ull << 24);
+  return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  // Exactly `size` bytes of their own, so ASan flags the first read past the input.
+  const std::shared_ptr<char> bytes(new char[size], lumo::image::array_deleter());
+  if (size != 0) std::memcpy(bytes.get(), data, size);
+  lumo::image::testing::DecodeAndExercise(bytes, size);
+  return 0;
+}

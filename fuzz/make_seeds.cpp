@@ -1,0 +1,157 @@
+// Writes fuzzer seeds made by the library's own writers: small pictures of
+// every mip-map kind in a range of pixel formats, serialized by every
+// registered plugin that accepts them. A new plugin gets seeds without any
+// change here; list its save-flag variants in kSaveFlags if it has some.
+//
+//   lmimage_make_seeds DIR    (prints the number of files written)
+#include <algorithm>
+#include <cctype>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <random>
+#include <set>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include "lumo/image/formats.h"
+#include "lumo/image/image_factory.h"
+#include "lumo/image/mipmaps.h"
+#include "lumo/image/pyramid.h"
+#include "lumo/image/surface_data.h"
+#include "lumo/log/log.h"
+
+namespace {
+
+using namespace lumo::image;
+using ull = unsigned long long;
+
+// Writers that change their output with save flags get one more seed per flag.
+struct SaveFlag {
+  ImageFormat format;
+  int flags;
+  const char* suffix;
+};
+const SaveFlag kSaveFlags[] = {
+    {ImageFormat::BMP, ISF_BMP_SAVE_RLE, "rle"},       {ImageFormat::TGA, ISF_TARGA_SAVE_RLE, "rle"},
+    {ImageFormat::PNG, ISF_PNG_INTERLACED, "interlaced"}, {ImageFormat::HDR, ISF_HDR_RLE, "rle"},
+    {ImageFormat::KTX, ISF_KTX2_ZSTD, "zstd"},         {ImageFormat::KTX, ISF_KTX2_ZLIB, "zlib"},
+};
+
+// Masks, FourCC codes, DX10-only and sRGB formats, and block-compressed ones of
+// every family; a writer skips what its container cannot hold.
+const char* const kPixelFormats[] = {
+    "A8R8G8B8", "X8R8G8B8", "A8B8G8R8", "R8G8B8A8", "s_A8R8G8B8", "R8G8B8", "R5G6B5", "A1R5G5B5",
+    "A4R4G4B4", "A8",       "L8",       "A8L8",     "L16",        "R8",     "G16R16", "R16G16B16A16",
+    "A16fB16fG16fR16f",     "R16f",     "R32f",     "G16fR16f",   "A32fB32fG32fR32f", "R8sG8s",
+    "DXT1",     "DXT3",     "DXT5",     "s_DXT1",   "BC4_unsigned", "BC5_signed", "BC6H_unsigned", "BC7",
+    "s_BC7",    "ETC1",     "ETC2_RGBA8", "EAC_R11", "ASTC_RGBA_4x4", "ASTC_RGBA_8x8", "PVRTC_4bpp_RGBA",
+    "ATC_RGB",
+};
+
+struct Shape {
+  const char* name;
+  MipmapType kind;
+  ull width, height, count, levels;  // count: layers of an array, depth of a volume
+};
+const Shape kShapes[] = {
+    {"surface", MipmapType::Surface, 5, 3, 1, 1},        {"mips", MipmapType::Surface, 8, 8, 1, 4},
+    {"cube", MipmapType::Cube, 4, 4, 1, 3},              {"array", MipmapType::SurfaceArray, 4, 4, 3, 2},
+    {"volume", MipmapType::Volume, 4, 4, 4, 3},
+};
+
+std::shared_ptr<Surface> Filled(ull w, ull h, PixelFormatDescriptor f, std::mt19937* rng) {
+  const auto data = SurfaceDataBitmap::Create(w, h, f, 2);
+  if (!data || data->Buffer() == nullptr) return nullptr;
+  for (ull i = 0; i < data->Size(); ++i) data->Buffer()[i] = static_cast<char>((*rng)());
+  return std::make_shared<Surface>(data);
+}
+
+std::shared_ptr<Pyramid> Build(const Shape& s, PixelFormatDescriptor f) {
+  std::mt19937 rng(7);
+  std::vector<std::shared_ptr<Mipmap>> levels;
+  for (ull i = 0; i < s.levels; ++i) {
+    const ull w = std::max(1ull, s.width >> i), h = std::max(1ull, s.height >> i);
+    const ull n = s.kind == MipmapType::Cube ? 6 : s.kind == MipmapType::Volume ? std::max(1ull, s.count >> i) : s.count;
+    std::vector<std::shared_ptr<Surface>> faces;
+    for (ull j = 0; j < n; ++j) {
+      faces.push_back(Filled(w, h, f, &rng));
+      if (!faces.back()) return nullptr;
+    }
+    if (s.kind == MipmapType::Surface) levels.push_back(faces[0]);
+    if (s.kind == MipmapType::Cube) levels.push_back(Cube::Create(faces[0], faces[1], faces[2], faces[3], faces[4], faces[5]));
+    if (s.kind == MipmapType::SurfaceArray) levels.push_back(std::make_shared<SurfaceArray>(faces));
+    if (s.kind == MipmapType::Volume) levels.push_back(std::make_shared<Volume>(faces));
+    if (!levels.back()) return nullptr;
+  }
+  return Pyramid::Make(levels, ImageOrigin::TopDown);
+}
+
+std::string Lower(std::string s) {
+  for (char& c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return s;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc != 2) {
+    std::fprintf(stderr, "usage: %s DIR\n", argv[0]);
+    return 2;
+  }
+  const std::filesystem::path dir = argv[1];
+  std::error_code error;
+  std::filesystem::create_directories(dir, error);
+  if (error) {
+    std::fprintf(stderr, "cannot create %s: %s\n", dir.c_str(), error.message().c_str());
+    return 1;
+  }
+  // Writers refuse formats their container cannot hold, one log line each.
+  lumo::log::SetSink([](unsigned, lumo::log::Severity, int, const std::string&) {});
+
+  std::vector<PixelFormatDescriptor> pixel_formats;
+  for (const char* name : kPixelFormats) {
+    PixelFormatDescriptor f{};
+    if (!FromString(name, &f)) {
+      std::fprintf(stderr, "unknown pixel format %s\n", name);
+      return 1;
+    }
+    pixel_formats.push_back(f);
+  }
+
+  ImageFactory* factory = ImageFactory::Instance();
+  std::set<std::string> seen;  // identical outputs are written once
+  int written = 0;
+  for (int number = 1; number < 64; ++number) {
+    const auto format = static_cast<ImageFormat>(number);
+    if (!factory->IsRegistered(format)) continue;
+    const std::string container = Lower(ImageFactory::FormatToString(format));
+    std::vector<std::pair<int, std::string>> variants = {{0, ""}};
+    for (const SaveFlag& f : kSaveFlags) {
+      if (f.format == format) variants.emplace_back(f.flags, std::string("-") + f.suffix);
+    }
+    for (const Shape& shape : kShapes) {
+      for (const PixelFormatDescriptor pixel : pixel_formats) {
+        const auto pyramid = Build(shape, pixel);
+        if (!pyramid) continue;
+        for (const auto& [flags, suffix] : variants) {
+          size_t size = 0;
+          const std::shared_ptr<char> file = factory->Serialize(format, pyramid.get(), &size, flags);
+          if (!file || size == 0 || !seen.insert(std::string(file.get(), size)).second) continue;
+          const std::string name = container + "-" + shape.name + "-" + ToString(pixel) + suffix + "." + container;
+          std::ofstream out(dir / name, std::ios::binary);
+          out.write(file.get(), static_cast<std::streamsize>(size));
+          if (!out) {
+            std::fprintf(stderr, "cannot write %s\n", (dir / name).c_str());
+            return 1;
+          }
+          ++written;
+        }
+      }
+    }
+  }
+  std::printf("%d\n", written);
+  return written == 0 ? 1 : 0;
+}

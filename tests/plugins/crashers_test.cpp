@@ -1,0 +1,74 @@
+// Every input that ever crashed the library (tests/crashers) takes the fuzz
+// target's path again: decode, read every view, write back. A fault coming
+// back shows in the sanitizer pass as a report naming the file's test.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include "lumo/image/image_factory.h"
+#include "lumo/image/surface_data.h"
+#include "lumo/log/log.h"
+#include "support/exercise_image.h"
+
+#ifndef LMIMAGE_CRASHERS_DIR
+#define LMIMAGE_CRASHERS_DIR "tests/crashers"
+#endif
+
+namespace lumo::image {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::vector<fs::path> Crashers() {
+  std::vector<fs::path> files;
+  std::error_code error;
+  for (const fs::directory_entry& entry : fs::directory_iterator(LMIMAGE_CRASHERS_DIR, error)) {
+    if (entry.is_regular_file() && entry.path().filename() != "README.md") files.push_back(entry.path());
+  }
+  std::sort(files.begin(), files.end());
+  return files;
+}
+
+TEST(Crashers, FolderIsFound) {
+  // With a wrong path every case below would vanish without a failure.
+  EXPECT_TRUE(fs::is_regular_file(fs::path(LMIMAGE_CRASHERS_DIR) / "README.md")) << LMIMAGE_CRASHERS_DIR;
+}
+
+class Crasher : public ::testing::TestWithParam<fs::path> {
+ protected:
+  void SetUp() override { log::SetSink([](unsigned, log::Severity, int, const std::string&) {}); }
+  void TearDown() override { log::SetSink({}); }
+};
+
+TEST_P(Crasher, DecodesWithoutFault) {
+  std::ifstream in(GetParam(), std::ios::binary);
+  ASSERT_TRUE(in) << GetParam();
+  const std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  // Exactly the file's size, so ASan sees any read past it.
+  const std::shared_ptr<char> data(new char[bytes.size()], array_deleter());
+  if (!bytes.empty()) std::memcpy(data.get(), bytes.data(), bytes.size());
+  testing::DecodeAndExercise(data, bytes.size());
+}
+
+std::string TestName(const ::testing::TestParamInfo<fs::path>& info) {
+  std::string name = info.param.filename().string();
+  for (char& c : name) {
+    if (!std::isalnum(static_cast<unsigned char>(c))) c = '_';
+  }
+  return name;
+}
+
+INSTANTIATE_TEST_SUITE_P(Files, Crasher, ::testing::ValuesIn(Crashers()), TestName);
+GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(Crasher);
+
+}  // namespace
+}  // namespace lumo::image

@@ -34,8 +34,7 @@ std::shared_ptr<im::SurfaceData> MakeSurface(unsigned long long side) {
 void BM_FlipHorizontalInPlace(benchmark::State& state) {
   auto s = MakeSurface(kFlipSide);
   im::FlipEngine* engine = im::DefaultFlipEngine();
-  const double seconds =
-      SecondsPerIteration(state, [&] { benchmark::DoNotOptimize(engine->FlipHorizontal(s.get())); });
+  const double seconds = SecondsPerIteration(state, [&] { benchmark::DoNotOptimize(engine->FlipHorizontal(s.get())); });
   ReportVsMemcpy(state, s->Size(), seconds);
 }
 

@@ -77,7 +77,8 @@ void BM_HalfToFloat(benchmark::State& state, HalfPath path) {
 
 }  // namespace
 
-[[maybe_unused]] const bool kBaselines = (RegisterMemcpy(kCount * sizeof(half)), RegisterMemcpy(kCount * sizeof(float)), true);
+[[maybe_unused]] const bool kBaselines =
+    (RegisterMemcpy(kCount * sizeof(half)), RegisterMemcpy(kCount * sizeof(float)), true);
 BENCHMARK_CAPTURE(BM_FloatToHalf, f16c, HalfPath::F16c)->Unit(benchmark::kMicrosecond)->UseRealTime();
 BENCHMARK_CAPTURE(BM_FloatToHalf, portable, HalfPath::Portable)->Unit(benchmark::kMicrosecond)->UseRealTime();
 BENCHMARK_CAPTURE(BM_HalfToFloat, f16c, HalfPath::F16c)->Unit(benchmark::kMicrosecond)->UseRealTime();

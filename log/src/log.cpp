@@ -10,9 +10,12 @@ namespace {
 
 const char* SeverityText(Severity severity) {
   switch (severity) {
-    case Severity::Error: return "error";
-    case Severity::Warning: return "warning";
-    case Severity::Message: return "message";
+    case Severity::Error:
+      return "error";
+    case Severity::Warning:
+      return "warning";
+    case Severity::Message:
+      return "message";
   }
   return "message";
 }

@@ -50,15 +50,13 @@ void RegisterBuiltInConversions(AddConversion add, void* context) {
   r.Add<ConverterRedirectChannel>({{X8R8G8B8, R8G8B8}, {X8B8G8R8, B8G8R8}}, std::array<int, 4>{1, 2, 3, -1}, 3);
   r.Add<ConverterRedirectChannel>({{X8R8G8B8, B8G8R8}, {X8B8G8R8, R8G8B8}}, std::array<int, 4>{3, 2, 1, -1}, 3);
   r.Add<ConverterSwapChannel>({{R8G8B8, B8G8R8}, {B8G8R8, R8G8B8}}, 3, 0, 2);
-  r.Add<ConverterSwapChannel>(
-      {{A8R8G8B8, A8B8G8R8}, {A8B8G8R8, A8R8G8B8}, {X8R8G8B8, X8B8G8R8}, {X8B8G8R8, X8R8G8B8}}, 4, 1, 3);
+  r.Add<ConverterSwapChannel>({{A8R8G8B8, A8B8G8R8}, {A8B8G8R8, A8R8G8B8}, {X8R8G8B8, X8B8G8R8}, {X8B8G8R8, X8R8G8B8}},
+                              4, 1, 3);
   r.Add<ConverterSwapChannelOf16BitsChannel>(
       {{G16R16, R16G16}, {R16G16, G16R16}, {R16sG16s, G16sR16s}, {G16sR16s, R16sG16s}}, 2, 0, 1);
-  r.Add<ConverterSwapChannelOf16BitsChannel>({{B16G16R16, R16G16B16},
-                                              {R16G16B16, B16G16R16},
-                                              {B16fG16fR16f, R16fG16fB16f},
-                                              {R16fG16fB16f, B16fG16fR16f}},
-                                             3, 0, 2);
+  r.Add<ConverterSwapChannelOf16BitsChannel>(
+      {{B16G16R16, R16G16B16}, {R16G16B16, B16G16R16}, {B16fG16fR16f, R16fG16fB16f}, {R16fG16fB16f, B16fG16fR16f}}, 3,
+      0, 2);
   r.Add<ConverterSwapChannelOf16BitsChannel>({{A16B16G16R16, A16R16G16B16},
                                               {A16R16G16B16, A16B16G16R16},
                                               {A16fB16fG16fR16f, A16fR16fG16fB16f},
@@ -70,15 +68,14 @@ void RegisterBuiltInConversions(AddConversion add, void* context) {
   r.Add<ConverterShift<US>>({{A4R4G4B4, R4G4B4A4}}, 4);
 
   // Packed formats.
-  r.Add<Converter4444To8888>(
-      {{A4B4G4R4, A8B8G8R8}, {A4R4G4B4, A8R8G8B8}, {R4G4B4A4, R8G8B8A8}, {B4G4R4A4, B8G8R8A8}});
+  r.Add<Converter4444To8888>({{A4B4G4R4, A8B8G8R8}, {A4R4G4B4, A8R8G8B8}, {R4G4B4A4, R8G8B8A8}, {B4G4R4A4, B8G8R8A8}});
   r.Add<Converter565To888>({{R5G6B5, R8G8B8}, {B5G6R5, B8G8R8}});
   r.Add<Converter1555To8888>({{A1R5G5B5, A8R8G8B8}, {A1B5G5R5, A8B8G8R8}}, false);
   r.Add<Converter1555To8888>({{A1R5G5B5, A8B8G8R8}, {A1B5G5R5, A8R8G8B8}}, true);
 
   // Single channels widened, sub-byte alpha.
-  r.Add<Converter8To8888>({{A8, A8B8G8R8}, {A8, A8R8G8B8}, {L8, A8B8G8R8}, {L8, A8R8G8B8}, {R8, A8B8G8R8},
-                           {R8, A8R8G8B8}});
+  r.Add<Converter8To8888>(
+      {{A8, A8B8G8R8}, {A8, A8R8G8B8}, {L8, A8B8G8R8}, {L8, A8R8G8B8}, {R8, A8B8G8R8}, {R8, A8R8G8B8}});
   r.Add<Converter8To888>({{A8, B8G8R8}, {A8, R8G8B8}, {L8, B8G8R8}, {L8, R8G8B8}, {R8, B8G8R8}, {R8, R8G8B8}});
   r.Add<ConverterA8X8ToA8X8X8X8>({{A8L8, A8R8G8B8}, {A8L8, A8B8G8R8}});
   r.Add<Converter1To8>({{A1, A8}});
@@ -136,10 +133,8 @@ void RegisterBuiltInConversions(AddConversion add, void* context) {
   r.Add<ConverterShortToUbyte>({{R16, R8}, {A16, A8}}, false);
   r.Add<ConverterShortToUbyte>({{R16s, R8}, {A16s, A8}}, true);
   r.Add<Converter3ShortTo3Byte>({{B16G16R16, B8G8R8}, {R16G16B16, R8G8B8}});
-  r.Add<Converter4ShortTo4Byte>({{A16B16G16R16, A8B8G8R8},
-                                 {A16R16G16B16, A8R8G8B8},
-                                 {R16G16B16A16, R8G8B8A8},
-                                 {B16G16R16A16, B8G8R8A8}});
+  r.Add<Converter4ShortTo4Byte>(
+      {{A16B16G16R16, A8B8G8R8}, {A16R16G16B16, A8R8G8B8}, {R16G16B16A16, R8G8B8A8}, {B16G16R16A16, B8G8R8A8}});
   r.Add<Converter2ShortTo3Ubyte>({{G16R16, B8G8R8}}, false);
   r.Add<Converter2ShortTo3Ubyte>({{G16sR16s, B8G8R8}}, true);
   r.Add<Converter3UbyteTo2Short>({{B8G8R8, G16R16}}, false);
@@ -178,10 +173,8 @@ void RegisterBuiltInConversions(AddConversion add, void* context) {
   // Signed and unsigned: one converter serves both directions.
   r.Add<ConverterSigned<signed char, UC, 1>>({{A8s, A8}, {R8s, R8}, {R8, R8s}, {A8, A8s}});
   r.Add<ConverterSigned<signed char, UC, 2>>({{R8sG8s, R8G8}, {G8sR8s, G8R8}, {R8G8, R8sG8s}, {G8R8, G8sR8s}});
-  r.Add<ConverterSigned<signed char, UC, 4>>({{A8sB8sG8sR8s, A8B8G8R8},
-                                              {A8sR8sG8sB8s, A8R8G8B8},
-                                              {A8B8G8R8, A8sB8sG8sR8s},
-                                              {A8R8G8B8, A8sR8sG8sB8s}});
+  r.Add<ConverterSigned<signed char, UC, 4>>(
+      {{A8sB8sG8sR8s, A8B8G8R8}, {A8sR8sG8sB8s, A8R8G8B8}, {A8B8G8R8, A8sB8sG8sR8s}, {A8R8G8B8, A8sR8sG8sB8s}});
   r.Add<ConverterSigned<short, US, 1>>({{A16s, A16}, {R16s, R16}, {R16, R16s}, {A16, A16s}});
   r.Add<ConverterSigned<short, US, 2>>(
       {{R16sG16s, R16G16}, {G16sR16s, G16R16}, {R16G16, R16sG16s}, {G16R16, G16sR16s}});

@@ -52,8 +52,7 @@ constexpr std::array<RowFn, sizeof...(Bytes)> MakeCopyKernels(std::index_sequenc
 }
 
 // Entry n copies pixels of n + 1 bytes.
-constexpr std::array<RowFn, kMaxPixelBytes> kCopyKernels =
-    MakeCopyKernels(std::make_index_sequence<kMaxPixelBytes>());
+constexpr std::array<RowFn, kMaxPixelBytes> kCopyKernels = MakeCopyKernels(std::make_index_sequence<kMaxPixelBytes>());
 
 bool Matches(const KnownShuffle& known, const ByteMap& map) {
   if (known.src_bytes != map.src_bytes || known.dst_bytes != map.dst_bytes) return false;
@@ -76,9 +75,8 @@ std::shared_ptr<SurfaceData> ConvertByteMap(const SurfaceData* source, const Pix
                                             const ByteMap& map) {
   if (!RowsHold(source, target, map.src_bytes, map.dst_bytes)) return SurfaceData::Null;
   if (const RowFn row = FindByteShuffle(map, CpuSimdLevel())) return ConvertRows(source, target, row);
-  return ConvertRows(source, target, [&map](const unsigned char* s, unsigned char* d, std::size_t w) {
-    RowByteMap(s, d, w, map);
-  });
+  return ConvertRows(source, target,
+                     [&map](const unsigned char* s, unsigned char* d, std::size_t w) { RowByteMap(s, d, w, map); });
 }
 
 // Pixel sizes of the format-sized converters; 0 when a format does not have
@@ -145,11 +143,9 @@ std::shared_ptr<SurfaceData> ConvertGamma(const SurfaceData* source, const Pixel
   if (!RowsHold(source, target, 4, 4)) return SurfaceData::Null;
   const GammaTable table = MakeGammaTable(exponent);
   const SimdLevel level = CpuSimdLevel();
-  const GammaRowFn row =
-      source->Format() == alpha_first ? Gamma8888<0>::Pick(level) : Gamma8888<3>::Pick(level);
-  return ConvertRows(source, target, [row, &table](const unsigned char* s, unsigned char* d, std::size_t w) {
-    row(s, d, w, table);
-  });
+  const GammaRowFn row = source->Format() == alpha_first ? Gamma8888<0>::Pick(level) : Gamma8888<3>::Pick(level);
+  return ConvertRows(source, target,
+                     [row, &table](const unsigned char* s, unsigned char* d, std::size_t w) { row(s, d, w, table); });
 }
 
 }  // namespace
@@ -253,13 +249,11 @@ std::shared_ptr<SurfaceData> Converter1555To8888::Convert(const SurfaceData* sou
 
 // ---- One channel replicated ----
 
-std::shared_ptr<SurfaceData> Converter8To888::Convert(const SurfaceData* source,
-                                                      const PixelFormatDescriptor& target) {
+std::shared_ptr<SurfaceData> Converter8To888::Convert(const SurfaceData* source, const PixelFormatDescriptor& target) {
   return detail::ConvertWith(source, target, 1, 3, detail::ShuffleReplicate8To888::Pick(detail::CpuSimdLevel()));
 }
 
-std::shared_ptr<SurfaceData> Converter8To8888::Convert(const SurfaceData* source,
-                                                       const PixelFormatDescriptor& target) {
+std::shared_ptr<SurfaceData> Converter8To8888::Convert(const SurfaceData* source, const PixelFormatDescriptor& target) {
   return detail::ConvertWith(source, target, 1, 4, detail::ShuffleReplicate8To8888::Pick(detail::CpuSimdLevel()));
 }
 
@@ -282,8 +276,7 @@ std::shared_ptr<SurfaceData> Converter4To8::Convert(const SurfaceData* source, c
   return detail::ConvertSubByte(source, target, 4, 1, &detail::Row4To8);
 }
 
-std::shared_ptr<SurfaceData> Converter1To8888::Convert(const SurfaceData* source,
-                                                       const PixelFormatDescriptor& target) {
+std::shared_ptr<SurfaceData> Converter1To8888::Convert(const SurfaceData* source, const PixelFormatDescriptor& target) {
   return detail::ConvertSubByte(source, target, 1, 4, &detail::Row1To8888);
 }
 

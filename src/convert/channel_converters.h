@@ -49,8 +49,7 @@ inline SimdLevel DetectSimdLevel() noexcept {
 #if LMIMAGE_CHANNEL_X86
   __builtin_cpu_init();
   // Each level implies the ones below it on every CPU that has it.
-  if (__builtin_cpu_supports("avx2") && __builtin_cpu_supports("avx512bw") &&
-      __builtin_cpu_supports("avx512vbmi")) {
+  if (__builtin_cpu_supports("avx2") && __builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512vbmi")) {
     return SimdLevel::Avx512Vbmi;
   }
   if (__builtin_cpu_supports("avx2")) return SimdLevel::Avx2;
@@ -63,7 +62,6 @@ inline SimdLevel CpuSimdLevel() noexcept {
   static const SimdLevel level = DetectSimdLevel();
   return level;
 }
-
 
 inline void RowCopy(const unsigned char* s, unsigned char* d, std::size_t w, std::size_t pixel_bytes) noexcept {
   if (w != 0) std::memcpy(d, s, w * pixel_bytes);
@@ -234,7 +232,8 @@ void RowByteMap(const unsigned char* s, unsigned char* d, std::size_t w, const B
 inline void RowRevert4444(const unsigned char* s, unsigned char* d, std::size_t w) noexcept {
   for (std::size_t x = 0; x < w; ++x) {
     const std::uint32_t v = Load<std::uint16_t>(s + 2 * x);
-    Store(d + 2 * x, static_cast<std::uint16_t>(((v & 0xFu) << 12) | ((v & 0xF0u) << 4) | ((v >> 4) & 0xF0u) | (v >> 12)));
+    Store(d + 2 * x,
+          static_cast<std::uint16_t>(((v & 0xFu) << 12) | ((v & 0xF0u) << 4) | ((v >> 4) & 0xF0u) | (v >> 12)));
   }
 }
 
@@ -562,8 +561,7 @@ class ConverterSelect : public Converter {
  public:
   std::shared_ptr<SurfaceData> Convert(const SurfaceData* source, const PixelFormatDescriptor& target) override {
     using Shuffle = typename detail::SelectShuffle<T, Index, Count>::type;
-    return detail::ConvertWith(source, target, sizeof(T) * Count, sizeof(T),
-                               Shuffle::Pick(detail::CpuSimdLevel()));
+    return detail::ConvertWith(source, target, sizeof(T) * Count, sizeof(T), Shuffle::Pick(detail::CpuSimdLevel()));
   }
 };
 
@@ -572,8 +570,7 @@ class ConverterSelect2 : public Converter {
  public:
   std::shared_ptr<SurfaceData> Convert(const SurfaceData* source, const PixelFormatDescriptor& target) override {
     using Shuffle = typename detail::Select2Shuffle<T, First, Second, Count>::type;
-    return detail::ConvertWith(source, target, sizeof(T) * Count, 2 * sizeof(T),
-                               Shuffle::Pick(detail::CpuSimdLevel()));
+    return detail::ConvertWith(source, target, sizeof(T) * Count, 2 * sizeof(T), Shuffle::Pick(detail::CpuSimdLevel()));
   }
 };
 

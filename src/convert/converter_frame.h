@@ -60,8 +60,7 @@ inline bool RowsHold(const SurfaceData* source, const PixelFormatDescriptor& tar
 // A converter made of one row kernel reading src_pixel and writing dst_pixel bytes per pixel.
 template <typename RowKernel>
 std::shared_ptr<SurfaceData> ConvertWith(const SurfaceData* source, const PixelFormatDescriptor& target,
-                                         unsigned long long src_pixel, unsigned long long dst_pixel,
-                                         RowKernel&& row) {
+                                         unsigned long long src_pixel, unsigned long long dst_pixel, RowKernel&& row) {
   if (!RowsHold(source, target, src_pixel, dst_pixel)) return SurfaceData::Null;
   return ConvertRows(source, target, std::forward<RowKernel>(row));
 }

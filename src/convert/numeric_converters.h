@@ -325,21 +325,15 @@ inline void Row3ShortTo3Half(const Byte* src, Byte* dst, std::size_t width) noex
   ShortsToHalves(src, dst, width * 3, 0);
 }
 
-inline void RowHalfToShort(const Byte* src, Byte* dst, std::size_t width) noexcept {
-  HalvesToShorts(src, dst, width);
-}
+inline void RowHalfToShort(const Byte* src, Byte* dst, std::size_t width) noexcept { HalvesToShorts(src, dst, width); }
 
 inline void Row3HalfTo3Short(const Byte* src, Byte* dst, std::size_t width) noexcept {
   HalvesToShorts(src, dst, width * 3);
 }
 
-inline void RowHalfToFloat(const Byte* src, Byte* dst, std::size_t width) noexcept {
-  HalvesToFloats(src, dst, width);
-}
+inline void RowHalfToFloat(const Byte* src, Byte* dst, std::size_t width) noexcept { HalvesToFloats(src, dst, width); }
 
-inline void RowFloatToHalf(const Byte* src, Byte* dst, std::size_t width) noexcept {
-  FloatsToHalves(src, dst, width);
-}
+inline void RowFloatToHalf(const Byte* src, Byte* dst, std::size_t width) noexcept { FloatsToHalves(src, dst, width); }
 
 inline void Row4HalfTo4Float(const Byte* src, Byte* dst, std::size_t width) noexcept {
   HalvesToFiniteFloats(src, dst, width * 4);

@@ -126,13 +126,12 @@ std::shared_ptr<Surface> Surface::CropCopy(unsigned long long x, unsigned long l
   return data_ ? Wrap(data_->CropCopy(x, y, width, height)) : Null;
 }
 
-std::shared_ptr<Surface> Surface::ExtrudeCopy(unsigned long long left, unsigned long long right,
-                                              unsigned long long top, unsigned long long bottom) {
+std::shared_ptr<Surface> Surface::ExtrudeCopy(unsigned long long left, unsigned long long right, unsigned long long top,
+                                              unsigned long long bottom) {
   return data_ ? Wrap(data_->ExtrudeCopy(left, right, top, bottom)) : Null;
 }
 
-std::shared_ptr<Surface> Surface::RescaleCopy(unsigned long long width, unsigned long long height,
-                                              FilterType filter) {
+std::shared_ptr<Surface> Surface::RescaleCopy(unsigned long long width, unsigned long long height, FilterType filter) {
   return data_ ? Wrap(data_->RescaleCopy(width, height, filter)) : Null;
 }
 
@@ -183,9 +182,7 @@ bool Surface::MakeSizePowerOfTwo(FilterType filter) {
 
 std::shared_ptr<Mipmap> Surface::ConvertCopy(Converter* converter) { return SurfaceConvertCopy(converter); }
 
-std::shared_ptr<Mipmap> Surface::ConvertCopy(const PixelFormatDescriptor& format) {
-  return SurfaceConvertCopy(format);
-}
+std::shared_ptr<Mipmap> Surface::ConvertCopy(const PixelFormatDescriptor& format) { return SurfaceConvertCopy(format); }
 
 std::shared_ptr<Mipmap> Surface::RotateCopy(int degrees) { return SurfaceRotateCopy(degrees); }
 
@@ -293,10 +290,8 @@ bool SurfaceArray::Downgrade(FilterType filter) {
   const unsigned long long width = Width(), height = Height();
   if ((width < 2 && height < 2) || !data_) return false;
   const unsigned long long half_width = HalfSide(width), half_height = HalfSide(height);
-  const std::vector<std::shared_ptr<SurfaceData>> smaller =
-      MapSlices(*data_, Count(), [&](const SurfaceData& slice) {
-        return slice.RescaleCopy(half_width, half_height, filter);
-      });
+  const std::vector<std::shared_ptr<SurfaceData>> smaller = MapSlices(
+      *data_, Count(), [&](const SurfaceData& slice) { return slice.RescaleCopy(half_width, half_height, filter); });
   if (smaller.empty()) return false;
   std::shared_ptr<VolumeData> volume = VolumeData::Create(smaller);
   if (!volume) return false;
@@ -308,10 +303,8 @@ std::shared_ptr<Mipmap> SurfaceArray::DowngradeCopy(FilterType filter) {
   const unsigned long long width = Width(), height = Height();
   if ((width < 2 && height < 2) || !data_) return Mipmap::Null;
   const unsigned long long half_width = HalfSide(width), half_height = HalfSide(height);
-  const std::vector<std::shared_ptr<SurfaceData>> smaller =
-      MapSlices(*data_, Count(), [&](const SurfaceData& slice) {
-        return slice.RescaleCopy(half_width, half_height, filter);
-      });
+  const std::vector<std::shared_ptr<SurfaceData>> smaller = MapSlices(
+      *data_, Count(), [&](const SurfaceData& slice) { return slice.RescaleCopy(half_width, half_height, filter); });
   if (smaller.empty()) return Mipmap::Null;
   std::shared_ptr<VolumeData> volume = VolumeData::Create(smaller);
   if (!volume) return Mipmap::Null;
@@ -425,8 +418,7 @@ std::shared_ptr<Mipmap> Volume::DowngradeCopy(FilterType filter) {
   const unsigned long long width = Width(), height = Height(), depth = Depth();
   if (width < 2 && height < 2 && depth < 2) return Mipmap::Null;
   if (!data_) return Mipmap::Null;
-  std::shared_ptr<VolumeData> smaller =
-      data_->RescaleCopy(HalfSide(width), HalfSide(height), HalfSide(depth), filter);
+  std::shared_ptr<VolumeData> smaller = data_->RescaleCopy(HalfSide(width), HalfSide(height), HalfSide(depth), filter);
   return smaller ? std::make_shared<Volume>(smaller) : Mipmap::Null;
 }
 

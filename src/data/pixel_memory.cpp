@@ -4,7 +4,7 @@
 #include <new>
 
 #if defined(__linux__)
-#include <sys/mman.h>
+#  include <sys/mman.h>
 #endif
 
 namespace lumo::image::detail {

@@ -53,9 +53,7 @@ unsigned long long Pyramid::LevelsComplete() const {
   return count;
 }
 
-MipmapType Pyramid::Type() const {
-  return !levels_.empty() && levels_[0] ? levels_[0]->Type() : MipmapType::Surface;
-}
+MipmapType Pyramid::Type() const { return !levels_.empty() && levels_[0] ? levels_[0]->Type() : MipmapType::Surface; }
 
 bool Pyramid::IsArray() const { return !levels_.empty() && levels_[0] && levels_[0]->IsArray(); }
 

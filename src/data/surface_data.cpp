@@ -133,12 +133,9 @@ bool SurfaceDataBitmap::Reinterpret(const PixelFormatDescriptor& format) {
 
 // ---- SurfaceDataSharedMemory ----
 
-std::shared_ptr<SurfaceDataSharedMemory> SurfaceDataSharedMemory::Create(const std::shared_ptr<char>& buffer,
-                                                                         unsigned long long start,
-                                                                         const PixelFormatDescriptor& format,
-                                                                         unsigned long long width,
-                                                                         unsigned long long height,
-                                                                         unsigned long long alignment) {
+std::shared_ptr<SurfaceDataSharedMemory> SurfaceDataSharedMemory::Create(
+    const std::shared_ptr<char>& buffer, unsigned long long start, const PixelFormatDescriptor& format,
+    unsigned long long width, unsigned long long height, unsigned long long alignment) {
   std::shared_ptr<SurfaceDataSharedMemory> view(new SurfaceDataSharedMemory());
   view->buffer_ = buffer;
   view->start_ = start;
@@ -204,4 +201,3 @@ bool SurfaceDataNakedMemory::Reinterpret(const PixelFormatDescriptor& format) {
 }
 
 }  // namespace lumo::image
-

@@ -222,8 +222,7 @@ std::shared_ptr<VolumeData> VolumeData::ConvertCopy(const PixelFormatDescriptor&
 }
 
 std::shared_ptr<VolumeData> VolumeData::ConvertCopy(Converter* converter) const {
-  return MapSlices(sliceable_, slices_,
-                   [converter](const SurfaceData& slice) { return slice.ConvertCopy(converter); });
+  return MapSlices(sliceable_, slices_, [converter](const SurfaceData& slice) { return slice.ConvertCopy(converter); });
 }
 
 std::shared_ptr<VolumeData> VolumeData::RotateCopy(int degrees) const {

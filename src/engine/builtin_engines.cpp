@@ -6,7 +6,7 @@
 #include <string>
 
 #if defined(__SSE2__)
-#include <emmintrin.h>
+#  include <emmintrin.h>
 #endif
 
 #include "format/checked_size.h"
@@ -170,11 +170,21 @@ void MirrorRowsCopy(const SurfaceData& source, SurfaceData& destination, u64 b, 
     for (u64 y = 0; y < h; ++y) row_fn(s + y * sbpr, d + (mirror_rows ? h - 1 - y : y) * dbpr);
   };
   switch (b) {
-    case 1: run([w](const char* sr, char* dr) { ReverseRowCopy<1>(sr, dr, w); }); break;
-    case 2: run([w](const char* sr, char* dr) { ReverseRowCopy<2>(sr, dr, w); }); break;
-    case 4: run([w](const char* sr, char* dr) { ReverseRowCopy<4>(sr, dr, w); }); break;
-    case 8: run([w](const char* sr, char* dr) { ReverseRowCopy<8>(sr, dr, w); }); break;
-    default: run([w, b](const char* sr, char* dr) { ReverseRowCopyBytes(sr, dr, w, b); }); break;
+    case 1:
+      run([w](const char* sr, char* dr) { ReverseRowCopy<1>(sr, dr, w); });
+      break;
+    case 2:
+      run([w](const char* sr, char* dr) { ReverseRowCopy<2>(sr, dr, w); });
+      break;
+    case 4:
+      run([w](const char* sr, char* dr) { ReverseRowCopy<4>(sr, dr, w); });
+      break;
+    case 8:
+      run([w](const char* sr, char* dr) { ReverseRowCopy<8>(sr, dr, w); });
+      break;
+    default:
+      run([w, b](const char* sr, char* dr) { ReverseRowCopyBytes(sr, dr, w, b); });
+      break;
   }
 }
 
@@ -254,15 +264,33 @@ void QuarterTurn(const SurfaceData& source, SurfaceData& destination, u64 b) {
   const u64 sbpr = source.BytesPerRow(), dbpr = destination.BytesPerRow();
   const u64 w = source.Width(), h = source.Height();
   switch (b) {
-    case 1: QuarterTurn<Clockwise>(s, sbpr, d, dbpr, w, h, PixelCopy<1>{}); break;
-    case 2: QuarterTurn<Clockwise>(s, sbpr, d, dbpr, w, h, PixelCopy<2>{}); break;
-    case 3: QuarterTurn<Clockwise>(s, sbpr, d, dbpr, w, h, PixelCopy<3>{}); break;
-    case 4: QuarterTurn<Clockwise>(s, sbpr, d, dbpr, w, h, PixelCopy<4>{}); break;
-    case 6: QuarterTurn<Clockwise>(s, sbpr, d, dbpr, w, h, PixelCopy<6>{}); break;
-    case 8: QuarterTurn<Clockwise>(s, sbpr, d, dbpr, w, h, PixelCopy<8>{}); break;
-    case 12: QuarterTurn<Clockwise>(s, sbpr, d, dbpr, w, h, PixelCopy<12>{}); break;
-    case 16: QuarterTurn<Clockwise>(s, sbpr, d, dbpr, w, h, PixelCopy<16>{}); break;
-    default: QuarterTurn<Clockwise>(s, sbpr, d, dbpr, w, h, PixelCopy<0>{b}); break;
+    case 1:
+      QuarterTurn<Clockwise>(s, sbpr, d, dbpr, w, h, PixelCopy<1>{});
+      break;
+    case 2:
+      QuarterTurn<Clockwise>(s, sbpr, d, dbpr, w, h, PixelCopy<2>{});
+      break;
+    case 3:
+      QuarterTurn<Clockwise>(s, sbpr, d, dbpr, w, h, PixelCopy<3>{});
+      break;
+    case 4:
+      QuarterTurn<Clockwise>(s, sbpr, d, dbpr, w, h, PixelCopy<4>{});
+      break;
+    case 6:
+      QuarterTurn<Clockwise>(s, sbpr, d, dbpr, w, h, PixelCopy<6>{});
+      break;
+    case 8:
+      QuarterTurn<Clockwise>(s, sbpr, d, dbpr, w, h, PixelCopy<8>{});
+      break;
+    case 12:
+      QuarterTurn<Clockwise>(s, sbpr, d, dbpr, w, h, PixelCopy<12>{});
+      break;
+    case 16:
+      QuarterTurn<Clockwise>(s, sbpr, d, dbpr, w, h, PixelCopy<16>{});
+      break;
+    default:
+      QuarterTurn<Clockwise>(s, sbpr, d, dbpr, w, h, PixelCopy<0>{b});
+      break;
   }
 }
 
@@ -312,11 +340,21 @@ bool BuiltInFlipEngine::FlipHorizontal(SurfaceData* data) {
     for (u64 y = 0; y < h; ++y) row_fn(base + y * bpr);
   };
   switch (b) {
-    case 1: run([w](char* row) { ReverseRow<1>(row, w); }); break;
-    case 2: run([w](char* row) { ReverseRow<2>(row, w); }); break;
-    case 4: run([w](char* row) { ReverseRow<4>(row, w); }); break;
-    case 8: run([w](char* row) { ReverseRow<8>(row, w); }); break;
-    default: run([w, b](char* row) { ReverseRowBytes(row, w, b); }); break;
+    case 1:
+      run([w](char* row) { ReverseRow<1>(row, w); });
+      break;
+    case 2:
+      run([w](char* row) { ReverseRow<2>(row, w); });
+      break;
+    case 4:
+      run([w](char* row) { ReverseRow<4>(row, w); });
+      break;
+    case 8:
+      run([w](char* row) { ReverseRow<8>(row, w); });
+      break;
+    default:
+      run([w, b](char* row) { ReverseRowBytes(row, w, b); });
+      break;
   }
   return true;
 }
@@ -361,9 +399,9 @@ bool BuiltInExtrudeEngine::Extrude(const SurfaceData* source, unsigned long long
   // to repeat) from being read.
   if (dw == 0 || dh == 0) return true;
   u64 inner_right = 0, rows = 0, dw_bytes = 0;
-  if (w == 0 || h == 0 || checked::AddOverflows(left, w, &inner_right) ||
-      checked::AddOverflows(top, h, &rows) || checked::AddOverflows(rows, bottom, &rows) ||
-      checked::MulOverflows(dw, b, &dw_bytes) || dw < inner_right || dh < rows || dbpr < dw_bytes) {
+  if (w == 0 || h == 0 || checked::AddOverflows(left, w, &inner_right) || checked::AddOverflows(top, h, &rows) ||
+      checked::AddOverflows(rows, bottom, &rows) || checked::MulOverflows(dw, b, &dw_bytes) || dw < inner_right ||
+      dh < rows || dbpr < dw_bytes) {
     return false;
   }
 
@@ -407,9 +445,15 @@ bool BuiltInRotateEngine::Rotate(const SurfaceData* source, int degrees, Surface
       for (u64 y = 0; y < h; ++y) std::memcpy(d + y * dbpr, s + y * sbpr, n);
       break;
     }
-    case 90: QuarterTurn<true>(*source, *destination, b); break;
-    case 180: MirrorRowsCopy(*source, *destination, b, true); break;
-    default: QuarterTurn<false>(*source, *destination, b); break;
+    case 90:
+      QuarterTurn<true>(*source, *destination, b);
+      break;
+    case 180:
+      MirrorRowsCopy(*source, *destination, b, true);
+      break;
+    default:
+      QuarterTurn<false>(*source, *destination, b);
+      break;
   }
   return true;
 }

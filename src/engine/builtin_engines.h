@@ -20,14 +20,13 @@ class BuiltInFlipEngine : public FlipEngine {
 
 class BuiltInCropEngine : public CropEngine {
  public:
-  bool Crop(const SurfaceData* source, unsigned long long x, unsigned long long y,
-            SurfaceData* destination) override;
+  bool Crop(const SurfaceData* source, unsigned long long x, unsigned long long y, SurfaceData* destination) override;
 };
 
 class BuiltInExtrudeEngine : public ExtrudeEngine {
  public:
-  bool Extrude(const SurfaceData* source, unsigned long long left, unsigned long long right,
-               unsigned long long top, unsigned long long bottom, SurfaceData* destination) override;
+  bool Extrude(const SurfaceData* source, unsigned long long left, unsigned long long right, unsigned long long top,
+               unsigned long long bottom, SurfaceData* destination) override;
 };
 
 class BuiltInRotateEngine : public RotateEngine {

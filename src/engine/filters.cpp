@@ -9,7 +9,6 @@
 
 #include "engine/rescale_engine.h"
 
-
 namespace lumo::image {
 
 BuiltInFilter::~BuiltInFilter() = default;

@@ -44,7 +44,6 @@
 static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "pixel elements are read natively as little-endian");
 #endif
 
-
 namespace lumo::image {
 namespace {
 
@@ -384,8 +383,8 @@ struct Rgba8HorizontalMadd {
     const __m128i round = _mm_set1_epi32(1024);
     const __m128i r0 = _mm_madd_epi16(_mm_unpacklo_epi8(x, zero), _mm_set1_epi32(pass.pairs[u]));
     const __m128i r1 = _mm_madd_epi16(_mm_unpackhi_epi8(x, zero), _mm_set1_epi32(pass.pairs[u + 1]));
-    const __m128i r = _mm_packs_epi32(_mm_srai_epi32(_mm_add_epi32(r0, round), 11),
-                                      _mm_srai_epi32(_mm_add_epi32(r1, round), 11));
+    const __m128i r =
+        _mm_packs_epi32(_mm_srai_epi32(_mm_add_epi32(r0, round), 11), _mm_srai_epi32(_mm_add_epi32(r1, round), 11));
     _mm_storel_epi64(reinterpret_cast<__m128i*>(o + u * 4), _mm_packus_epi16(r, r));
   }
 
@@ -577,8 +576,8 @@ __attribute__((target("avx2"))) void U8PairsRowAvx2(Pass& pass, const Byte* s, B
   const __m256i lo = PairShuffle<C>(0), hi = PairShuffle<C>(4);
   std::size_t j = 0;
   for (; j + 32 <= n; j += 32) {
-    const __m256i r = _mm256_packus_epi16(PairSixteen(s + 2 * j, lo, hi, w, round),
-                                          PairSixteen(s + 2 * j + 32, lo, hi, w, round));
+    const __m256i r =
+        _mm256_packus_epi16(PairSixteen(s + 2 * j, lo, hi, w, round), PairSixteen(s + 2 * j + 32, lo, hi, w, round));
     _mm256_storeu_si256(reinterpret_cast<__m256i*>(o + j), _mm256_permute4x64_epi64(r, 0xd8));
   }
   if (j + 16 <= n) {
@@ -966,8 +965,7 @@ struct Float4Horizontal : FloatRows<T, 4> {
 
 // acc + w x the four halves or floats at p, lane by lane.
 template <typename T>
-__attribute__((target("avx2,f16c"), always_inline)) inline __m256d Float4TapAvx2(__m256d acc, const Byte* p,
-                                                                                 double w) {
+__attribute__((target("avx2,f16c"), always_inline)) inline __m256d Float4TapAvx2(__m256d acc, const Byte* p, double w) {
   __m128 v;
   if constexpr (std::is_same_v<T, half>) {
     v = _mm_cvtph_ps(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p)));
@@ -1442,10 +1440,18 @@ void SetFixed(Plan& plan) {
 template <typename T>
 void SetFixedChannels(Plan& plan, unsigned channels) {
   switch (channels) {
-    case 1: SetFixed<T, 1>(plan); break;
-    case 2: SetFixed<T, 2>(plan); break;
-    case 3: SetFixed<T, 3>(plan); break;
-    default: SetFixed<T, 4>(plan); break;
+    case 1:
+      SetFixed<T, 1>(plan);
+      break;
+    case 2:
+      SetFixed<T, 2>(plan);
+      break;
+    case 3:
+      SetFixed<T, 3>(plan);
+      break;
+    default:
+      SetFixed<T, 4>(plan);
+      break;
   }
 }
 
@@ -1478,10 +1484,18 @@ void SetFloat(Plan& plan) {
 template <typename T>
 void SetFloatChannels(Plan& plan, unsigned channels) {
   switch (channels) {
-    case 1: SetFloat<T, 1>(plan); break;
-    case 2: SetFloat<T, 2>(plan); break;
-    case 3: SetFloat<T, 3>(plan); break;
-    default: SetFloat<T, 4>(plan); break;
+    case 1:
+      SetFloat<T, 1>(plan);
+      break;
+    case 2:
+      SetFloat<T, 2>(plan);
+      break;
+    case 3:
+      SetFloat<T, 3>(plan);
+      break;
+    default:
+      SetFloat<T, 4>(plan);
+      break;
   }
 }
 
@@ -1741,13 +1755,20 @@ void Resample(const BuiltInFilter& filter, const PixelFormatMeta& meta, const Su
 
 const BuiltInFilter* BuiltInRescaleEngine::Filter(FilterType filter) const {
   switch (filter) {
-    case FilterType::Box: return &box_;
-    case FilterType::Bicubic: return &bicubic_;
-    case FilterType::Bilinear: return &bilinear_;
-    case FilterType::BSpline: return &bspline_;
-    case FilterType::CatmullRom: return &catmull_rom_;
-    case FilterType::Lanczos3: return &lanczos3_;
-    case FilterType::Point: return &point_;
+    case FilterType::Box:
+      return &box_;
+    case FilterType::Bicubic:
+      return &bicubic_;
+    case FilterType::Bilinear:
+      return &bilinear_;
+    case FilterType::BSpline:
+      return &bspline_;
+    case FilterType::CatmullRom:
+      return &catmull_rom_;
+    case FilterType::Lanczos3:
+      return &lanczos3_;
+    case FilterType::Point:
+      return &point_;
   }
   return nullptr;
 }
@@ -1779,7 +1800,7 @@ bool BuiltInRescaleEngine::Rescale(const SurfaceData* source, SurfaceData* desti
     lumo::log::LogError(LogChannel, "DefaultRescaleEngine: Unsupport filter type %d.", static_cast<int>(filter));
     return false;
   }
-  if (dw == 0 || dh == 0) return true;  // nothing to write
+  if (dw == 0 || dh == 0) return true;   // nothing to write
   if (sw == 0 || sh == 0) return false;  // nothing to sample
   constexpr unsigned long long kMaxSamples = std::numeric_limits<std::uint32_t>::max();
   if (sw > kMaxSamples || sh > kMaxSamples || dw > kMaxSamples || dh > kMaxSamples) return false;

@@ -30,8 +30,8 @@ bool SurfaceData::FlipHorizontal() { return GetFlipEngine()->FlipHorizontal(this
 
 bool SurfaceData::FlipVertical() { return GetFlipEngine()->FlipVertical(this); }
 
-std::shared_ptr<SurfaceData> SurfaceData::CropCopy(unsigned long long x, unsigned long long y,
-                                                   unsigned long long width, unsigned long long height) const {
+std::shared_ptr<SurfaceData> SurfaceData::CropCopy(unsigned long long x, unsigned long long y, unsigned long long width,
+                                                   unsigned long long height) const {
   // Written so that no sum can wrap around.
   if (x >= Width() || y >= Height() || width > Width() - x || height > Height() - y) return Null;
   CropEngine* engine = GetCropEngine();

@@ -2,6 +2,9 @@
 
 #include "lumo/image/formats.h"
 
+// Hand-aligned tables follow.
+// clang-format off
+
 namespace lumo::image {
 namespace {
 
@@ -278,5 +281,7 @@ bool IsSignedCompressFormat(const PixelFormatDescriptor& d) {
       return false;
   }
 }
+
+// clang-format on
 
 }  // namespace lumo::image

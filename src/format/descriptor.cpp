@@ -126,11 +126,16 @@ bool HasComponent(const PixelFormatDescriptor& d, PixelComponent kind) {
   if (IsCompressed(d)) {
     const CompressFormat format = GetCompressFormat(d);
     switch (kind) {
-      case PixelComponent::R: return true;
-      case PixelComponent::G: return CompressHasGreen(format);
-      case PixelComponent::B: return CompressHasBlue(format);
-      case PixelComponent::A: return CompressHasAlpha(format);
-      default: return false;
+      case PixelComponent::R:
+        return true;
+      case PixelComponent::G:
+        return CompressHasGreen(format);
+      case PixelComponent::B:
+        return CompressHasBlue(format);
+      case PixelComponent::A:
+        return CompressHasAlpha(format);
+      default:
+        return false;
     }
   }
   return AnyKind(d, kind, kind);
@@ -210,7 +215,8 @@ unsigned long long BytesPerPixel(const PixelFormatMeta& meta, unsigned long long
     result = bits / 8;
   } else {
     switch (bits % 8) {
-      case 2: case 6:
+      case 2:
+      case 6:
         div *= 4;
         result = bits / 2;
         break;
@@ -245,8 +251,7 @@ unsigned long long BytesPerRow(const PixelFormatMeta& meta, unsigned long long w
   return AlignUp(row, alignment);
 }
 
-unsigned long long BytesPerRow(const PixelFormatDescriptor& d, unsigned long long width,
-                               unsigned long long alignment) {
+unsigned long long BytesPerRow(const PixelFormatDescriptor& d, unsigned long long width, unsigned long long alignment) {
   PixelFormatMeta meta{};
   return ParseFormat(d, &meta) ? BytesPerRow(meta, width, alignment) : 0;
 }

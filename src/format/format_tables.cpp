@@ -10,6 +10,9 @@
 
 #include "format/format_tables_internal.h"
 
+// Hand-aligned tables follow.
+// clang-format off
+
 namespace lumo::image {
 namespace {
 
@@ -1256,5 +1259,7 @@ namespace detail {
 unsigned int ToDDSFourCCFormat(const PixelFormatDescriptor& format) { return DDSFourCCTable().To(format); }
 
 }  // namespace detail
+
+// clang-format on
 
 }  // namespace lumo::image

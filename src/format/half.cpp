@@ -41,8 +41,7 @@ void FloatToHalfPortable(const float* src, half* dst, std::size_t count) noexcep
 // produced and read regardless of MXCSR flush-to-zero / denormals-are-zero
 // (float subnormals become signed zero either way).
 
-__attribute__((target("f16c,avx"))) void HalfToFloatF16c(const half* src, float* dst,
-                                                        std::size_t count) noexcept {
+__attribute__((target("f16c,avx"))) void HalfToFloatF16c(const half* src, float* dst, std::size_t count) noexcept {
   std::size_t i = 0;
   for (; i + 16 <= count; i += 16) {
     const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + i));
@@ -65,8 +64,7 @@ __attribute__((target("f16c,avx"))) void HalfToFloatF16c(const half* src, float*
   }
 }
 
-__attribute__((target("f16c,avx"))) void FloatToHalfF16c(const float* src, half* dst,
-                                                        std::size_t count) noexcept {
+__attribute__((target("f16c,avx"))) void FloatToHalfF16c(const float* src, half* dst, std::size_t count) noexcept {
   constexpr int kRound = _MM_FROUND_TO_NEAREST_INT;
   std::size_t i = 0;
   for (; i + 16 <= count; i += 16) {
@@ -133,9 +131,7 @@ void FloatToHalf(const float* src, half* dst, std::size_t count) noexcept {
 
 namespace detail {
 
-bool HalfPathSupported(HalfPath path) noexcept {
-  return path == HalfPath::Portable || HasF16c();
-}
+bool HalfPathSupported(HalfPath path) noexcept { return path == HalfPath::Portable || HasF16c(); }
 
 void HalfToFloat(HalfPath path, const half* src, float* dst, std::size_t count) noexcept {
 #if LMIMAGE_HALF_X86

@@ -4,6 +4,9 @@
 
 #include "lumo/image/formats.h"
 
+// Hand-aligned tables follow.
+// clang-format off
+
 namespace lumo::image {
 namespace {
 
@@ -154,5 +157,7 @@ bool FromString(const std::string& name, PixelFormatDescriptor* descriptor) {
   if (descriptor != nullptr) *descriptor = MakeDescriptor(meta);
   return true;
 }
+
+// clang-format on
 
 }  // namespace lumo::image

@@ -84,8 +84,7 @@ unsigned Print32(u64 value) {
 
 unsigned PrintEnd(u64 offset, u64 bytes) {
   u64 end = 0;
-  return checked::AddOverflows(offset, bytes, &end) || bytes == 0 ? std::numeric_limits<unsigned>::max()
-                                                                  : Print32(end);
+  return checked::AddOverflows(offset, bytes, &end) || bytes == 0 ? std::numeric_limits<unsigned>::max() : Print32(end);
 }
 
 // ---- Reading ----
@@ -317,7 +316,8 @@ bool LoadArrays(const LevelViews& views, const Layout& l, std::vector<std::share
   const u64 stride = (offset - l.data_offset) / l.layers;
   std::vector<u64> offsets(static_cast<std::size_t>(l.layers));
   for (u64 level = 0; level < l.levels; ++level) {
-    for (u64 layer = 0; layer < l.layers; ++layer) offsets[layer] = l.data_offset + layer * stride + level_offset[level];
+    for (u64 layer = 0; layer < l.layers; ++layer)
+      offsets[layer] = l.data_offset + layer * stride + level_offset[level];
     std::shared_ptr<SurfaceArray> array = views.ArrayAt(offsets, LevelExtent(l.base, level));
     if (!array) return false;
     levels->push_back(std::move(array));

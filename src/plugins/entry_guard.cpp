@@ -12,12 +12,12 @@ void LogGuardMessage(const GuardPolicy& policy, const char* message) {
   }
   if (policy.message_format != nullptr) {
 #if defined(__GNUC__)
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+#  pragma GCC diagnostic push
+#  pragma GCC diagnostic ignored "-Wformat-nonliteral"
 #endif
     lumo::log::LogError(LogChannel, policy.message_format, message);
 #if defined(__GNUC__)
-#pragma GCC diagnostic pop
+#  pragma GCC diagnostic pop
 #endif
   }
 }

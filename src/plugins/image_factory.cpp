@@ -155,8 +155,7 @@ std::shared_ptr<char> ImageFactory::Serialize(ImageFormat format, const Pyramid*
   return plugins_[Index(format)]->Serialize(pyramid, size, flags);
 }
 
-std::shared_ptr<char> ImageFactory::Serialize(ImageFormat format, const SurfaceData* surface, size_t* size,
-                                              int flags) {
+std::shared_ptr<char> ImageFactory::Serialize(ImageFormat format, const SurfaceData* surface, size_t* size, int flags) {
   if (!IsRegistered(format)) return nullptr;
   return plugins_[Index(format)]->Serialize(surface, size, flags);
 }

@@ -42,7 +42,8 @@ void PrintVerbUsage(const Verb& verb, std::ostream& out) {
   }
   // The summary is a lower-case fragment for the verb list; here it stands as a sentence.
   std::string summary = verb.summary;
-  if (!summary.empty() && summary[0] >= 'a' && summary[0] <= 'z') summary[0] = static_cast<char>(summary[0] - 'a' + 'A');
+  if (!summary.empty() && summary[0] >= 'a' && summary[0] <= 'z')
+    summary[0] = static_cast<char>(summary[0] - 'a' + 'A');
   out << '\n' << summary << ".\n";
   if (verb.description[0] != '\0') out << '\n' << verb.description << '\n';
 

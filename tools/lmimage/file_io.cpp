@@ -12,7 +12,7 @@
 #include <vector>
 
 #if !defined(_WIN32)
-#include <unistd.h>
+#  include <unistd.h>
 #endif
 
 #include "cli.h"
@@ -173,8 +173,7 @@ LoadedImage LoadImage(const std::string& path) {
   return loaded;
 }
 
-void PrintDiagnostic(std::ostream& err, const std::string& verb, const std::string& subject,
-                     const std::string& text) {
+void PrintDiagnostic(std::ostream& err, const std::string& verb, const std::string& subject, const std::string& text) {
   PrintError(err, verb, subject, text);
 }
 

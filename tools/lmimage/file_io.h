@@ -54,7 +54,7 @@ class LogCapture {
 struct LoadedImage {
   FileBytes bytes;  // the image may view these bytes
   std::shared_ptr<Image> image;
-  std::shared_ptr<Pyramid> pyramid;  // never null, at least one level
+  std::shared_ptr<Pyramid> pyramid;   // never null, at least one level
   std::vector<std::string> warnings;  // the library's, e.g. a truncated mip chain
 };
 

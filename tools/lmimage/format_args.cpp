@@ -77,5 +77,4 @@ Resolved ResolveFormat(const std::string& arg) {
   return resolved;
 }
 
-
 }  // namespace lumo::image::cli

@@ -29,12 +29,8 @@ FilterType ParseFilter(const std::string& arg) {
     const char* name;
     FilterType filter;
   } kFilters[] = {
-      {"box", FilterType::Box},
-      {"bilinear", FilterType::Bilinear},
-      {"bicubic", FilterType::Bicubic},
-      {"bspline", FilterType::BSpline},
-      {"catmullrom", FilterType::CatmullRom},
-      {"lanczos3", FilterType::Lanczos3},
+      {"box", FilterType::Box},         {"bilinear", FilterType::Bilinear},     {"bicubic", FilterType::Bicubic},
+      {"bspline", FilterType::BSpline}, {"catmullrom", FilterType::CatmullRom}, {"lanczos3", FilterType::Lanczos3},
       {"point", FilterType::Point},
   };
   const std::string wanted = Lower(arg);

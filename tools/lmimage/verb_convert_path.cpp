@@ -15,7 +15,8 @@ int Run(const Invocation& invocation) {
   const Resolved from = ResolveFormat(invocation.operands[0]);
   const Resolved to = ResolveFormat(invocation.operands[1]);
 
-  const std::shared_ptr<Converter> converter = ConverterManager::Instance()->GetConverter(from.descriptor, to.descriptor);
+  const std::shared_ptr<Converter> converter =
+      ConverterManager::Instance()->GetConverter(from.descriptor, to.descriptor);
   if (!converter) throw Failure(from.name + " -> " + to.name, "no converter or chain of converters");
 
   std::ostream& out = *invocation.out;

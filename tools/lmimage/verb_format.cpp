@@ -29,7 +29,6 @@ std::string KindName(PixelComponent kind) {
   return "kind " + std::to_string(static_cast<unsigned>(kind));
 }
 
-
 // "bytes per pixel:" plus room; keeps the values in one column.
 constexpr size_t kKeyWidth = 18;
 
@@ -132,8 +131,7 @@ void List(std::ostream& out) {
   for (const ListedFormat& format : formats) {
     const CompressFormat cf = static_cast<CompressFormat>(format.number);
     std::snprintf(line, sizeof line, "%3u  %-*s  %-8s  %5llu  %s", format.number, static_cast<int>(name_width),
-                  format.name.c_str(), Footprint(cf).c_str(), CompressFormatBytesPerBlock(cf),
-                  MinimumSize(cf).c_str());
+                  format.name.c_str(), Footprint(cf).c_str(), CompressFormatBytesPerBlock(cf), MinimumSize(cf).c_str());
     out << line << '\n';
   }
 }

@@ -75,8 +75,8 @@ unsigned long long LevelBytes(Mipmap& level) {
 
 std::string LevelText(const std::shared_ptr<Mipmap>& level) {
   if (!level) return "empty";
-  return std::to_string(level->Width()) + "x" + std::to_string(level->Height()) + "x" +
-         std::to_string(level->Depth()) + ", " + std::to_string(LevelBytes(*level)) + " bytes";
+  return std::to_string(level->Width()) + "x" + std::to_string(level->Height()) + "x" + std::to_string(level->Depth()) +
+         ", " + std::to_string(LevelBytes(*level)) + " bytes";
 }
 
 void Describe(const std::string& path, const LoadedImage& loaded, std::ostream& out) {

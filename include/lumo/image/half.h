@@ -124,10 +124,8 @@ namespace lumo::image {
 // Row conversions, element for element identical to the scalar ones above.
 // They use the CPU's half conversion instructions when available. src and dst
 // must not overlap.
-LUMO_IMAGE_API void HalfToFloat(const half_float::half* src, float* dst,
-                                std::size_t count) noexcept;
-LUMO_IMAGE_API void FloatToHalf(const float* src, half_float::half* dst,
-                                std::size_t count) noexcept;
+LUMO_IMAGE_API void HalfToFloat(const half_float::half* src, float* dst, std::size_t count) noexcept;
+LUMO_IMAGE_API void FloatToHalf(const float* src, half_float::half* dst, std::size_t count) noexcept;
 
 namespace detail {
 
@@ -136,10 +134,8 @@ namespace detail {
 enum class HalfPath { Portable, F16c };
 
 LUMO_IMAGE_API bool HalfPathSupported(HalfPath path) noexcept;
-LUMO_IMAGE_API void HalfToFloat(HalfPath path, const half_float::half* src,
-                                float* dst, std::size_t count) noexcept;
-LUMO_IMAGE_API void FloatToHalf(HalfPath path, const float* src,
-                                half_float::half* dst, std::size_t count) noexcept;
+LUMO_IMAGE_API void HalfToFloat(HalfPath path, const half_float::half* src, float* dst, std::size_t count) noexcept;
+LUMO_IMAGE_API void FloatToHalf(HalfPath path, const float* src, half_float::half* dst, std::size_t count) noexcept;
 
 }  // namespace detail
 

@@ -56,7 +56,7 @@ class LUMO_IMAGE_API Mipmap {
   virtual ~Mipmap();
   virtual unsigned long long Width() const;   // surface 0's
   virtual unsigned long long Height() const;  // surface 0's
-  virtual PixelFormatDescriptor Format();      // surface 0's
+  virtual PixelFormatDescriptor Format();     // surface 0's
   virtual unsigned long long Depth() const = 0;
   virtual unsigned long long ArrayLength() const = 0;
   virtual std::shared_ptr<Surface> GetSurface(unsigned long long index) = 0;

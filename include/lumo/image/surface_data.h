@@ -55,8 +55,8 @@ class LUMO_IMAGE_API SurfaceData {
   // New SurfaceDataBitmap results (rows padded to four bytes), or Null.
   std::shared_ptr<SurfaceData> CropCopy(unsigned long long x, unsigned long long y, unsigned long long width,
                                         unsigned long long height) const;
-  std::shared_ptr<SurfaceData> ExtrudeCopy(unsigned long long left, unsigned long long right,
-                                           unsigned long long top, unsigned long long bottom) const;
+  std::shared_ptr<SurfaceData> ExtrudeCopy(unsigned long long left, unsigned long long right, unsigned long long top,
+                                           unsigned long long bottom) const;
   std::shared_ptr<SurfaceData> RotateCopy(int degrees) const;
   std::shared_ptr<SurfaceData> RescaleCopy(unsigned long long width, unsigned long long height,
                                            FilterType filter) const;
@@ -82,8 +82,7 @@ class LUMO_IMAGE_API SurfaceDataBitmap : public SurfaceData {
   // alignment: rows rounded up to 2^alignment bytes (the library always uses 2).
   // Null for an unusable format or a zero row or total size. Pixels are not cleared.
   static std::shared_ptr<SurfaceDataBitmap> Create(unsigned long long width, unsigned long long height,
-                                                   const PixelFormatDescriptor& format,
-                                                   unsigned long long alignment);
+                                                   const PixelFormatDescriptor& format, unsigned long long alignment);
 
   ~SurfaceDataBitmap() override;
   // A copy owns a copy of the pixels: two bitmaps never release one buffer.
@@ -117,11 +116,9 @@ class LUMO_IMAGE_API SurfaceDataSharedMemory : public SurfaceData {
   // A view of `buffer` from byte `start`. Nothing is validated: the caller
   // guarantees that start + Size() lies inside the buffer. Compressed formats
   // report BytesPerRow() 0.
-  static std::shared_ptr<SurfaceDataSharedMemory> Create(const std::shared_ptr<char>& buffer,
-                                                         unsigned long long start,
-                                                         const PixelFormatDescriptor& format,
-                                                         unsigned long long width, unsigned long long height,
-                                                         unsigned long long alignment);
+  static std::shared_ptr<SurfaceDataSharedMemory> Create(const std::shared_ptr<char>& buffer, unsigned long long start,
+                                                         const PixelFormatDescriptor& format, unsigned long long width,
+                                                         unsigned long long height, unsigned long long alignment);
 
   SurfaceDataSharedMemory(const SurfaceDataSharedMemory&) = default;
   SurfaceDataSharedMemory& operator=(const SurfaceDataSharedMemory&) = default;

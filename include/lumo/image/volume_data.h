@@ -68,8 +68,8 @@ class LUMO_IMAGE_API VolumeData {
   std::shared_ptr<VolumeData> ConvertCopy(Converter* converter) const;
   std::shared_ptr<VolumeData> RotateCopy(int degrees) const;
   // Three-dimensional resampling is not provided: always Null.
-  std::shared_ptr<VolumeData> RescaleCopy(unsigned long long width, unsigned long long height,
-                                          unsigned long long depth, FilterType filter) const;
+  std::shared_ptr<VolumeData> RescaleCopy(unsigned long long width, unsigned long long height, unsigned long long depth,
+                                          FilterType filter) const;
 
  private:
   VolumeData() = default;

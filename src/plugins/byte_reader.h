@@ -12,6 +12,14 @@
 
 namespace lumo::image::detail {
 
+// A four-character code as a little-endian 32-bit field holds it.
+constexpr std::uint32_t FourCC(char a, char b, char c, char d) {
+  return static_cast<std::uint32_t>(static_cast<unsigned char>(a)) |
+         static_cast<std::uint32_t>(static_cast<unsigned char>(b)) << 8 |
+         static_cast<std::uint32_t>(static_cast<unsigned char>(c)) << 16 |
+         static_cast<std::uint32_t>(static_cast<unsigned char>(d)) << 24;
+}
+
 class ByteReader {
  public:
   ByteReader(const char* data, std::size_t size)

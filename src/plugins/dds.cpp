@@ -29,24 +29,19 @@ namespace lumo::image {
 namespace {
 
 using detail::Extent;
+using detail::FourCC;
 using detail::kCubeFaces;
 using detail::LevelExtent;
 using detail::LevelViews;
 using u32 = std::uint32_t;
 using u64 = unsigned long long;
 
-constexpr u32 MakeFourCC(char a, char b, char c, char d) {
-  return static_cast<u32>(static_cast<unsigned char>(a)) | static_cast<u32>(static_cast<unsigned char>(b)) << 8 |
-         static_cast<u32>(static_cast<unsigned char>(c)) << 16 | static_cast<u32>(static_cast<unsigned char>(d)) << 24;
-}
-
-constexpr u32 kMagic = MakeFourCC('D', 'D', 'S', ' ');
-constexpr u32 kFourCCDX10 = MakeFourCC('D', 'X', '1', '0');
-constexpr u32 kFourCCBC5U = MakeFourCC('B', 'C', '5', 'U');
-constexpr u32 kFourCCATI2 = MakeFourCC('A', 'T', 'I', '2');
-constexpr u32 kFourCCDXT[] = {MakeFourCC('D', 'X', 'T', '1'), MakeFourCC('D', 'X', 'T', '2'),
-                              MakeFourCC('D', 'X', 'T', '3'), MakeFourCC('D', 'X', 'T', '4'),
-                              MakeFourCC('D', 'X', 'T', '5')};
+constexpr u32 kMagic = FourCC('D', 'D', 'S', ' ');
+constexpr u32 kFourCCDX10 = FourCC('D', 'X', '1', '0');
+constexpr u32 kFourCCBC5U = FourCC('B', 'C', '5', 'U');
+constexpr u32 kFourCCATI2 = FourCC('A', 'T', 'I', '2');
+constexpr u32 kFourCCDXT[] = {FourCC('D', 'X', 'T', '1'), FourCC('D', 'X', 'T', '2'), FourCC('D', 'X', 'T', '3'),
+                              FourCC('D', 'X', 'T', '4'), FourCC('D', 'X', 'T', '5')};
 
 constexpr std::size_t kHeaderBytes = 128;
 constexpr std::size_t kHeaderBytesDX10 = 148;

@@ -17,12 +17,15 @@
 #include "lumo/image/converters.h"
 #include "lumo/image/formats.h"
 #include "lumo/image/surface_data.h"
-#include "lumo/log/log.h"
+#include "support/log_capture.h"
+#include "support/surfaces.h"
 
 namespace lumo::image {
 namespace {
 
 using ull = unsigned long long;
+using testing::LogCapture;
+using testing::Tight;
 using Bytes = std::vector<std::uint8_t>;
 
 // Every format that occurs in the built-in table, with its descriptor value.
@@ -125,21 +128,15 @@ bool OwnBuffer(const std::string& from) {
   return from == "A1" || from == "A2" || from == "A4" || from == "DXT1" || from == "DXT1_A1";
 }
 
-std::string Hex(const Bytes& b) {
+template <typename ByteContainer>
+std::string Hex(const ByteContainer& b) {
   std::ostringstream o;
   o << std::hex;
-  for (std::uint8_t v : b) o << (v < 16 ? " 0" : " ") << unsigned{v};
+  for (const auto c : b) {
+    const unsigned v = static_cast<std::uint8_t>(c);
+    o << (v < 16 ? " 0" : " ") << v;
+  }
   return o.str();
-}
-
-// Pixel bytes of a surface with its row padding left out.
-Bytes PixelBytes(const SurfaceData& s) {
-  const auto* p = reinterpret_cast<const std::uint8_t*>(s.Buffer());
-  if (s.IsCompressed()) return Bytes(p, p + s.Size());
-  const ull row = BytesPerRow(s.Format(), s.Width(), 0);
-  Bytes out;
-  for (ull y = 0; y < s.Height(); ++y) out.insert(out.end(), p + y * s.BytesPerRow(), p + y * s.BytesPerRow() + row);
-  return out;
 }
 
 // A surface holding `pixels` (tight rows), its row padding filled with junk.
@@ -156,14 +153,6 @@ std::shared_ptr<SurfaceDataBitmap> MakeSource(PixelFormatDescriptor f, ull w, ul
     std::memcpy(s->Buffer() + y * s->BytesPerRow(), pixels.data() + y * row, row);
   return s;
 }
-
-struct LogCapture {
-  std::vector<std::string> lines;
-  LogCapture() {
-    log::SetSink([this](unsigned, log::Severity, int, const std::string& t) { lines.push_back(t); });
-  }
-  ~LogCapture() { log::SetSink({}); }
-};
 
 TEST(ConversionTable, FormatNamesMatchTheirValues) {
   ASSERT_EQ(Formats().size(), 74u);
@@ -188,7 +177,7 @@ TEST(ConversionTable, EveryListedPairIsDirectAndShapesItsResult) {
     for (const auto& [w, h] : {std::pair<ull, ull>{5, 3}, {1, 1}, {7, 2}}) {
       Bytes pixels(BytesTotal(from, w, h, 0));
       for (auto& b : pixels) b = static_cast<std::uint8_t>(rng());
-      Bytes first;
+      std::string first;
       for (ull align : {0ull, 2ull}) {
         const auto src = MakeSource(from, w, h, pixels, align);
         ASSERT_TRUE(src);
@@ -201,8 +190,8 @@ TEST(ConversionTable, EveryListedPairIsDirectAndShapesItsResult) {
         EXPECT_EQ(dst->BytesPerRow(), BytesPerRow(to, w, align_out));
         EXPECT_EQ(dst->Size(), BytesTotal(to, w, h, align_out));
         // The pixels must not depend on the source's row padding.
-        if (align == 0) first = PixelBytes(*dst);
-        else EXPECT_EQ(Hex(PixelBytes(*dst)), Hex(first)) << w << "x" << h;
+        if (align == 0) first = Tight(*dst);
+        else EXPECT_EQ(Hex(Tight(*dst)), Hex(first)) << w << "x" << h;
       }
     }
   }
@@ -258,7 +247,7 @@ void RunCases(const std::vector<Case>& cases) {
       ASSERT_TRUE(src);
       const auto dst = src->ConvertCopy(F(c.to));
       ASSERT_TRUE(dst);
-      EXPECT_EQ(Hex(PixelBytes(*dst)), Hex(c.out));
+      EXPECT_EQ(Hex(Tight(*dst)), Hex(c.out));
     }
   }
 }

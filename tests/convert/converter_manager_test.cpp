@@ -12,13 +12,16 @@
 #include "lumo/image/formats.h"
 #include "lumo/image/surface_data.h"
 #include "lumo/log/log.h"
+#include "support/descriptors.h"
+#include "support/log_capture.h"
 
 namespace lumo::image {
 namespace {
 
 using ull = unsigned long long;
 
-PixelFormatDescriptor D(ull v) { return static_cast<PixelFormatDescriptor>(v); }
+using testing::D;
+using testing::LogCapture;
 
 const PixelFormatDescriptor kA1 = D(0x4500), kA2 = D(0x8500), kA4 = D(0x10500), kR8 = D(0x20200),
                             kA8 = D(0x20500), kL8 = D(0x21000), kR16f = D(0x240200), kR5G6B5 = D(0x144060C14200),
@@ -31,26 +34,6 @@ const PixelFormatDescriptor kA1 = D(0x4500), kA2 = D(0x8500), kA4 = D(0x10500), 
 const PixelFormatDescriptor kY4 = D(0x10D00), kY8 = D(0x20D00), kY16 = D(0x40D00), kM8 = D(0x20C00),
                             kM16 = D(0x40C00), kK8 = D(0x20E00), kK16 = D(0x40E00), kK24 = D(0x60E00),
                             kC8 = D(0x20B00), kC16 = D(0x40B00), kC24 = D(0x60B00);
-
-struct Line {
-  unsigned channel;
-  log::Severity severity;
-  int level;
-  std::string text;
-};
-
-struct LogCapture {
-  std::vector<Line> lines;
-  LogCapture() {
-    log::SetSink([this](unsigned c, log::Severity s, int l, const std::string& t) { lines.push_back({c, s, l, t}); });
-  }
-  ~LogCapture() { log::SetSink({}); }
-  std::vector<std::string> Texts() const {
-    std::vector<std::string> t;
-    for (const Line& l : lines) t.push_back(l.text);
-    return t;
-  }
-};
 
 // Makes a surface of the target format and records what it was asked.
 struct Recorder : Converter {

@@ -13,6 +13,9 @@
 #include "lumo/image/formats.h"
 #include "lumo/image/mipmaps.h"
 #include "lumo/log/log.h"
+#include "support/bytes.h"
+#include "support/log_capture.h"
+#include "support/surfaces.h"
 
 namespace lumo::image {
 namespace {
@@ -21,23 +24,16 @@ using ull = unsigned long long;
 using Faces = std::array<std::shared_ptr<Surface>, 6>;
 constexpr auto kBox = FilterType::Box;
 const PixelFormatDescriptor kASTC3x3x3{0x2D01};
+using testing::CountingSurface;
+using testing::LogCapture;
 
-// Byte i of the buffer holds first + i.
-std::shared_ptr<Surface> MakeSurface(ull w, ull h, PixelFormatDescriptor f = formats::R8, int first = 1) {
-  auto s = std::make_shared<Surface>(w, h, f, 2);
-  for (ull i = 0; i < s->Size(); ++i) s->Buffer()[i] = static_cast<char>(first + i);
-  return s;
-}
 // Volume with 4-byte rows (for the formats used here); byte i holds i + 1.
 std::shared_ptr<VolumeData> MakeVolume(ull w, ull h, ull d, PixelFormatDescriptor f = formats::R8) {
-  const ull n = BytesTotal(f, w, h, d, 2);
-  std::shared_ptr<char> b(new char[n], array_deleter());
-  for (ull i = 0; i < n; ++i) b.get()[i] = static_cast<char>(i + 1);
-  return VolumeData::Create(b, 0, f, w, h, d, 2);
+  return VolumeData::Create(testing::Counting(BytesTotal(f, w, h, d, 2)), 0, f, w, h, d, 2);
 }
 Faces MakeFaces(ull w, ull h) {
   Faces f;
-  for (int i = 0; i < 6; ++i) f[i] = MakeSurface(w, h, formats::R8, 16 * i + 1);
+  for (int i = 0; i < 6; ++i) f[i] = CountingSurface(w, h, formats::R8, 16 * i + 1);
   return f;
 }
 std::shared_ptr<Cube> MakeCube(const Faces& f) { return Cube::Create(f[0], f[1], f[2], f[3], f[4], f[5]); }
@@ -46,18 +42,8 @@ std::string Row(const std::shared_ptr<Surface>& s, ull y, ull n) {
   return std::string(s->Buffer() + y * s->BytesPerRow(), n);
 }
 
-struct LogCapture {
-  std::vector<std::string> errors;
-  LogCapture() {
-    log::SetSink([this](unsigned, log::Severity sev, int, const std::string& t) {
-      if (sev == log::Severity::Error) errors.push_back(t);
-    });
-  }
-  ~LogCapture() { log::SetSink({}); }
-};
-
 TEST(Surface, IsItsOwnOnlyElement) {
-  const auto s = MakeSurface(4, 2);
+  const auto s = CountingSurface(4, 2);
   EXPECT_EQ(s->GetSurface(0), s);
   EXPECT_EQ(s->GetSurface(1), Surface::Null);
   EXPECT_EQ(std::make_tuple(s->GetSurfaceCount(), s->Depth(), s->ArrayLength(), s->Type()),
@@ -91,7 +77,7 @@ TEST(Surface, InPlaceOperationsReplaceTheData) {
   LogCapture quiet;
   for (const Case& c : cases) {
     SCOPED_TRACE(std::to_string(c.w) + "x" + std::to_string(c.h) + " op " + std::to_string(c.op));
-    const auto s = MakeSurface(c.w, c.h, c.f);
+    const auto s = CountingSurface(c.w, c.h, c.f);
     const auto data = s->Data();
     if (c.op == kDowngrade) {
       const auto copy = s->DowngradeCopy(kBox);
@@ -135,10 +121,10 @@ TEST(SurfaceArray, NeedsSliceableVolumeData) {
   const std::string msg = "Surface array must be init with sliceable volume data.";
   LogCapture log;
   const SurfaceArray a(astc), b(VolumeData::Null), none;
-  EXPECT_EQ(log.errors, (std::vector<std::string>{msg, msg}));
+  EXPECT_EQ(log.Texts(log::Severity::Error), (std::vector<std::string>{msg, msg}));
   EXPECT_EQ(a.Count() + b.ArrayLength(), 0u);
   const Volume v(astc), w;
-  EXPECT_EQ(log.errors.size(), 2u) << "volumes empty their surfaces silently";
+  EXPECT_EQ(log.Texts(log::Severity::Error).size(), 2u) << "volumes empty their surfaces silently";
   EXPECT_EQ(std::make_tuple(v.GetSurfaceCount(), v.IsSliceable(), v.Depth()), std::make_tuple(0ull, false, 3ull));
 }
 
@@ -254,13 +240,14 @@ TEST(Cube, CreateNeedsSixFaces) {
     g[i].reset();
     EXPECT_EQ(MakeCube(g), Cube::Null);
   }
-  EXPECT_EQ(log.errors, std::vector<std::string>(6, "Cube must be created with six non-null surface"));
+  EXPECT_EQ(log.Texts(log::Severity::Error),
+            std::vector<std::string>(6, "Cube must be created with six non-null surface"));
 }
 
 TEST(Cube, EveryFaceIsTriedAfterAFailure) {
   // Face 0 can be neither flipped, resized nor relabelled as 8 bits; the others still are.
   Faces f = MakeFaces(3, 1);
-  f[0] = MakeSurface(4, 4, formats::DXT1);
+  f[0] = CountingSurface(4, 4, formats::DXT1);
   const auto c = MakeCube(f);
   LogCapture quiet;
   EXPECT_FALSE(c->FlipHorizontal());
@@ -276,7 +263,7 @@ TEST(Cube, EveryFaceIsTriedAfterAFailure) {
 TEST(Cube, DowngradeReplacesFaces) {
   // A 1 x 1 face has no smaller level: it stays, the others are replaced.
   Faces mixed = MakeFaces(4, 4);
-  mixed[2] = MakeSurface(1, 1);
+  mixed[2] = CountingSurface(1, 1);
   const auto cm = MakeCube(mixed);
   EXPECT_FALSE(cm->DowngradeCopy(kBox) || cm->Downgrade(kBox));
   for (int i = 0; i < 6; ++i) {
@@ -297,7 +284,7 @@ TEST(Cube, DowngradeReplacesFaces) {
 
 TEST(MipmapKinds, ConvertAndRotateCopiesShareNothing) {
   // The array is built from surfaces: their pixels are copied into a new volume.
-  const auto src = MakeSurface(4, 2);
+  const auto src = CountingSurface(4, 2);
   Volume vol(MakeVolume(4, 2, 3));
   SurfaceArray arr(std::vector<std::shared_ptr<Surface>>(3, src));
   EXPECT_EQ(std::string(arr.GetSurface(2)->Buffer(), 8), std::string(src->Buffer(), 8));
@@ -318,7 +305,7 @@ TEST(MipmapKinds, ConvertAndRotateCopiesShareNothing) {
   }
   EXPECT_EQ(Volume(MakeVolume(6, 3, 3, kASTC3x3x3)).VolumeConvertCopy(formats::A8R8G8B8), Volume::Null);
   Faces f = MakeFaces(4, 2);
-  f[3] = MakeSurface(4, 4, formats::DXT1);
+  f[3] = CountingSurface(4, 4, formats::DXT1);
   EXPECT_EQ(MakeCube(f)->CubeConvertCopy(formats::A8R8G8B8), Cube::Null);
 }
 

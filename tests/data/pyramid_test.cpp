@@ -11,7 +11,8 @@
 #include "lumo/image/engines.h"
 #include "lumo/image/formats.h"
 #include "lumo/image/pyramid.h"
-#include "lumo/log/log.h"
+#include "support/log_capture.h"
+#include "support/surfaces.h"
 
 namespace lumo::image {
 namespace {
@@ -22,11 +23,9 @@ using SizeList = std::vector<std::pair<ull, ull>>;
 constexpr auto kTop = ImageOrigin::TopDown;
 constexpr auto kBottom = ImageOrigin::BottomUp;
 
-// Byte i of the buffer holds i + 1.
+// Byte i of the buffer holds i + 1 (short name: the tables below build many).
 std::shared_ptr<Surface> S(ull w, ull h, PixelFormatDescriptor f = formats::R8) {
-  auto s = std::make_shared<Surface>(w, h, f, 2);
-  for (ull i = 0; i < s->Size(); ++i) s->Buffer()[i] = static_cast<char>(i + 1);
-  return s;
+  return testing::CountingSurface(w, h, f);
 }
 std::shared_ptr<Volume> V(ull w, ull h, ull d) { return std::make_shared<Volume>(std::vector(d, S(w, h))); }
 std::shared_ptr<Cube> C(ull n) { return Cube::Create(S(n, n), S(n, n), S(n, n), S(n, n), S(n, n), S(n, n)); }
@@ -40,14 +39,6 @@ SizeList Sizes(const Pyramid& p) {
 }
 std::string Bytes(const std::shared_ptr<Mipmap>& m, ull n) { return std::string(m->GetSurface()->Buffer(), n); }
 std::shared_ptr<SurfaceData> Palette() { return SurfaceDataBitmap::Create(4, 1, formats::A8R8G8B8, 2); }
-
-// Keeps the expected refusals of the rescale engine off the console.
-struct QuietLog {
-  QuietLog() {
-    log::SetSink([](unsigned, log::Severity, int, const std::string&) {});
-  }
-  ~QuietLog() { log::SetSink({}); }
-};
 
 TEST(Pyramid, LevelZeroDescribesThePyramid) {
   for (const auto& [base, complete] : std::vector<std::pair<std::shared_ptr<Mipmap>, ull>>{
@@ -113,7 +104,7 @@ TEST(Pyramid, MakeCompleteFillsHolesFromThePreviousLevel) {
 }
 
 TEST(Pyramid, MakeCompleteFailureChangesNothing) {
-  QuietLog quiet;
+  testing::LogCapture quiet;  // the rescale engine's expected refusals
   for (const Levels& levels :
        {Levels{Mipmap::Null}, Levels{Mipmap::Null, S(4, 4), S(2, 2)}, Levels{S(8, 8, formats::DXT1)},
         Levels{S(8, 8), S(4, 4, formats::DXT1)}, Levels{V(4, 4, 4)}}) {

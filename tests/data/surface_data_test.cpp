@@ -10,13 +10,14 @@
 
 #include "lumo/image/formats.h"
 #include "lumo/image/surface_data.h"
+#include "support/descriptors.h"
 
 namespace lumo::image {
 namespace {
 
 using ull = unsigned long long;
 
-PixelFormatDescriptor D(ull v) { return static_cast<PixelFormatDescriptor>(v); }
+using testing::D;
 
 const PixelFormatDescriptor kR8 = D(0x20200), kA1 = D(0x4500), kA4 = D(0x10500), kR16 = D(0x40200),
                             kR32f = D(0x280200), kR8G8B8 = D(0x204080C20200), kR16G16B16 = D(0x404100C40200),

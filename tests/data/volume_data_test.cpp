@@ -10,19 +10,15 @@
 #include "lumo/image/engines.h"
 #include "lumo/image/formats.h"
 #include "lumo/image/volume_data.h"
+#include "support/bytes.h"
 
 namespace lumo::image {
 namespace {
 
 using ull = unsigned long long;
+using testing::Counting;  // byte i holds i + 1: every byte of a small volume is distinct
 const PixelFormatDescriptor kASTC3x3x3{0x2D01};  // blocks span three slices
 
-// Byte i holds i + 1, so every byte of a small volume is distinct.
-std::shared_ptr<char> Pattern(size_t n) {
-  std::shared_ptr<char> b(new char[n], array_deleter());
-  for (size_t i = 0; i < n; ++i) b.get()[i] = static_cast<char>(i + 1);
-  return b;
-}
 std::string SliceBytes(const VolumeData& v, ull i) {
   return std::string(v.Buffer() + i * v.BytesPerSlice(), v.BytesPerSlice());
 }
@@ -59,7 +55,7 @@ TEST(VolumeData, CreateFromBufferGeometry) {
   for (const Case& c : cases) {
     SCOPED_TRACE(ToString(c.f) + " align " + std::to_string(c.align));
     const ull start = 8;
-    auto buf = Pattern(start + c.size);
+    auto buf = Counting(start + c.size);
     const auto v = VolumeData::Create(buf, start, c.f, c.w, c.h, c.d, c.align);
     ASSERT_TRUE(v);
     EXPECT_EQ(std::make_tuple(v->BytesPerRow(), v->BytesPerSlice(), v->Size(), v->Depth()),
@@ -82,7 +78,7 @@ TEST(VolumeData, CreateFromBufferGeometry) {
     if (c.bps) continue;
     EXPECT_FALSE(v->FlipHorizontal() || v->FlipVertical() || v->FlipDepthical());
     EXPECT_FALSE(v->ConvertCopy(formats::A8R8G8B8) || v->RotateCopy(0));
-    EXPECT_EQ(std::string(buf.get(), start + c.size), std::string(Pattern(start + c.size).get(), start + c.size));
+    EXPECT_EQ(std::string(buf.get(), start + c.size), std::string(Counting(start + c.size).get(), start + c.size));
   }
 }
 
@@ -112,7 +108,7 @@ TEST(VolumeData, CreateFromSurfacesCopiesRowsIntoFourByteRows) {
 TEST(VolumeData, SliceOutlivesVolumeAndBuffer) {
   for (int order = 0; order < 3; ++order) {
     SCOPED_TRACE(order);
-    auto buf = Pattern(24);
+    auto buf = Counting(24);
     auto v = order < 2 ? VolumeData::Create(buf, 0, formats::R8, 4, 2, 3, 2)
                        : VolumeData::Create({R8Bitmap(4, 2, 2, 1), R8Bitmap(4, 2, 2, 9), R8Bitmap(4, 2, 2, 17)});
     auto slice = v->GetSlice(2);
@@ -131,7 +127,7 @@ TEST(VolumeData, FlipDepthicalSwapsWholeSlices) {
   for (ull depth = 1; depth <= 4; ++depth) {
     SCOPED_TRACE(depth);
     const ull n = 2 + depth * 8 + 2;  // two guard bytes each side
-    auto buf = Pattern(n);
+    auto buf = Counting(n);
     const std::string before(buf.get(), n);
     const auto v = VolumeData::Create(buf, 2, formats::R8, 4, 2, depth, 0);
     ASSERT_TRUE(v->FlipDepthical());
@@ -142,7 +138,7 @@ TEST(VolumeData, FlipDepthicalSwapsWholeSlices) {
 }
 
 TEST(VolumeData, PlaneFlipsGoSliceBySlice) {
-  const auto v = VolumeData::Create(Pattern(24), 0, formats::R8, 4, 2, 3, 2);
+  const auto v = VolumeData::Create(Counting(24), 0, formats::R8, 4, 2, 3, 2);
   ASSERT_TRUE(v->FlipHorizontal());
   EXPECT_EQ(SliceBytes(*v, 1), "\x0c\x0b\x0a\x09\x10\x0f\x0e\x0d");
   ASSERT_TRUE(v->FlipVertical());
@@ -160,7 +156,7 @@ TEST(VolumeData, PlaneFlipsGoSliceBySlice) {
 }
 
 TEST(VolumeData, CopiesAndRelabelling) {
-  auto buf = Pattern(24);
+  auto buf = Counting(24);
   const auto v = VolumeData::Create(buf, 0, formats::R8, 4, 2, 3, 0);
   const auto r = v->RotateCopy(90);
   ASSERT_TRUE(r);
@@ -179,12 +175,12 @@ TEST(VolumeData, CopiesAndRelabelling) {
             std::make_tuple(formats::A8R8G8B8, 16ull, 3ull));
   EXPECT_EQ(c->GetSlice(2)->Buffer(), c->Buffer() + 2 * 32);
   EXPECT_FALSE(v->ConvertCopy(nullptr));
-  EXPECT_FALSE(VolumeData::Create(Pattern(64), 0, formats::DXT1, 8, 8, 1, 0)->ConvertCopy(formats::A8R8G8B8));
+  EXPECT_FALSE(VolumeData::Create(Counting(64), 0, formats::DXT1, 8, 8, 1, 0)->ConvertCopy(formats::A8R8G8B8));
   EXPECT_FALSE(v->RescaleCopy(4, 2, 3, FilterType::Box) || v->RescaleCopy(2, 1, 1, FilterType::Point));
-  EXPECT_EQ(std::string(buf.get(), 24), std::string(Pattern(24).get(), 24));
+  EXPECT_EQ(std::string(buf.get(), 24), std::string(Counting(24).get(), 24));
 
   // Relabelling needs equal bits per pixel and touches nothing else.
-  const auto w = VolumeData::Create(Pattern(32), 0, formats::A8R8G8B8, 2, 2, 2, 0);
+  const auto w = VolumeData::Create(Counting(32), 0, formats::A8R8G8B8, 2, 2, 2, 0);
   EXPECT_FALSE(w->Reinterpret(formats::R16));
   EXPECT_EQ(w->Format(), formats::A8R8G8B8);
   EXPECT_TRUE(w->Reinterpret(formats::R32f));

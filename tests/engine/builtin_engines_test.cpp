@@ -4,6 +4,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -11,18 +12,16 @@
 #include "lumo/image/formats.h"
 #include "lumo/image/surface_data.h"
 #include "lumo/log/log.h"
+#include "support/descriptors.h"
+#include "support/log_capture.h"
 
 namespace lumo::image {
 namespace {
 
 using ull = unsigned long long;
+using testing::Named;
 constexpr char kPad = '\xEE';  // never a pattern byte
 
-PixelFormatDescriptor Fmt(const std::string& name) {
-  PixelFormatDescriptor d{};
-  EXPECT_TRUE(FromString(name, &d)) << name;
-  return d;
-}
 
 // A view starting at an odd offset (so rows are misaligned for block access)
 // whose bytes are all kPad; Filled then writes distinct bytes into the pixels
@@ -75,7 +74,7 @@ TEST(BuiltInEngines, PixelMappingsAreByteExactAndLeavePaddingAlone) {
   for (const char* name : kFormats) {
     for (const auto& [w, h] : std::vector<std::pair<ull, ull>>{{0, 2}, {1, 1}, {3, 2}, {7, 3}, {37, 70}}) {
       SCOPED_TRACE(std::string(name) + " " + std::to_string(w) + "x" + std::to_string(h));
-      const PixelFormatDescriptor f = Fmt(name);
+      const PixelFormatDescriptor f = Named(name);
       const Map same = [](ull x, ull y) { return std::pair{x, y}; };
       const Map mirror = [&](ull x, ull y) { return std::pair{w - 1 - x, y}; };
       const Map upside_down = [&](ull x, ull y) { return std::pair{x, h - 1 - y}; };
@@ -155,10 +154,7 @@ TEST(BuiltInEngines, ExtrudeRepeatsEdgesAndCorners) {
 }
 
 TEST(BuiltInEngines, ExtrudeOfSubBytePixelsLogsOneErrorOnTheLibraryChannel) {
-  std::vector<std::pair<unsigned, std::string>> lines;
-  lumo::log::SetSink([&](unsigned channel, lumo::log::Severity severity, int, const std::string& text) {
-    if (severity == lumo::log::Severity::Error) lines.emplace_back(channel, text);
-  });
+  testing::LogCapture log;
   const auto saved = LogChannel;
   LogChannel = 7;
   auto src = Filled(formats::A4, 2, 2);
@@ -166,16 +162,16 @@ TEST(BuiltInEngines, ExtrudeOfSubBytePixelsLogsOneErrorOnTheLibraryChannel) {
   const auto before = Bytes(*dst);
   EXPECT_FALSE(DefaultExtrudeEngine()->Extrude(src.get(), 1, 1, 1, 1, dst.get()));
   LogChannel = saved;
-  lumo::log::SetSink({});
   EXPECT_EQ(Bytes(*dst), before);
-  ASSERT_EQ(lines.size(), 1u);
-  EXPECT_EQ(lines[0].first, 7u);
-  EXPECT_EQ(lines[0].second, "[BuiltInExtrudeEngine::Extrude]Is available for bytes aligned pixel format but not A4");
+  ASSERT_EQ(log.lines.size(), 1u) << log.All();
+  EXPECT_EQ(std::make_tuple(log.lines[0].channel, log.lines[0].severity),
+            std::make_tuple(7u, lumo::log::Severity::Error));
+  EXPECT_EQ(log.lines[0].text, "[BuiltInExtrudeEngine::Extrude]Is available for bytes aligned pixel format but not A4");
 }
 
 TEST(BuiltInEngines, RefusalsLeaveTheDestinationUntouched) {
   // DXT5 averages one byte per pixel, yet no pixel owns a byte.
-  const auto rgba = formats::A8R8G8B8, xrgb = formats::X8R8G8B8, a4 = formats::A4, dxt5 = Fmt("DXT5");
+  const auto rgba = formats::A8R8G8B8, xrgb = formats::X8R8G8B8, a4 = formats::A4, dxt5 = Named("DXT5");
   auto src = Filled(rgba, 4, 2), dxt = Filled(dxt5, 4, 4), nib = Filled(a4, 4, 2);
   FlipEngine* flip = DefaultFlipEngine();
   CropEngine* crop = DefaultCropEngine();

@@ -15,6 +15,7 @@
 #include "lumo/image/half.h"
 #include "lumo/image/surface_data.h"
 #include "lumo/log/log.h"
+#include "support/log_capture.h"
 
 namespace lumo::image {
 namespace {
@@ -240,16 +241,6 @@ Image ReferenceRescale(const Layout& L, int filter, const Image& src, ull dw, ul
 
 // ---- Tests ----
 
-struct LogCapture {
-  std::vector<std::string> lines;
-  LogCapture() {
-    lumo::log::SetSink([this](unsigned, lumo::log::Severity s, int, const std::string& text) {
-      lines.push_back((s == lumo::log::Severity::Error ? "E " : "? ") + text);
-    });
-  }
-  ~LogCapture() { lumo::log::SetSink({}); }
-};
-
 std::shared_ptr<SurfaceDataBitmap> MakeBitmap(PixelFormatDescriptor f, ull w, ull h, const Bytes& pixels,
                                               ull align = 2) {
   auto s = SurfaceDataBitmap::Create(w, h, f, align);
@@ -285,9 +276,10 @@ TEST(RescaleEngine, RefusalsLogOneLineAndLeaveBothSurfacesAlone) {
     std::memset(dbuf.get(), 0x5A, 256);
     const auto src = SurfaceDataSharedMemory::Create(sbuf, 0, c.from, c.sw, c.sh, 2);
     const auto dst = SurfaceDataSharedMemory::Create(dbuf, 0, c.to, c.dw, c.dh, 2);
-    LogCapture log;
+    testing::LogCapture log;
     EXPECT_FALSE(RescaleWith(*src, *dst, c.filter));
-    EXPECT_EQ(log.lines, std::vector<std::string>{std::string("E ") + c.line});
+    EXPECT_EQ(log.Texts(), std::vector<std::string>{c.line});
+    EXPECT_EQ(log.Texts(lumo::log::Severity::Error), log.Texts()) << "logged as an error";
     EXPECT_EQ(std::count(dbuf.get(), dbuf.get() + 256, 0x5A), 256);
     EXPECT_EQ(std::count(sbuf.get(), sbuf.get() + 256, 0x11), 256);
   }
@@ -300,12 +292,12 @@ TEST(RescaleEngine, SameSizeCopiesRowsWhateverTheFilter) {
     int filter;
   } cases[] = {{2, 2, 7}, {3, 2, 7}, {0, 2, 6}, {2, 3, 100}, {2, 0, -1}};
   for (const Case& c : cases) {
-    SCOPED_TRACE(testing::Message() << c.src_align << " -> " << c.dst_align);
+    SCOPED_TRACE(::testing::Message() << c.src_align << " -> " << c.dst_align);
     Bytes pixels(24);
     for (size_t i = 0; i < pixels.size(); ++i) pixels[i] = static_cast<std::uint8_t>(i + 1);
     const auto src = MakeBitmap(formats::R8, 3, 3, pixels, c.src_align);
     const auto dst = MakeBitmap(formats::R8, 3, 3, Bytes(24, 0xEE), c.dst_align);
-    LogCapture log;
+    testing::LogCapture log;
     ASSERT_TRUE(RescaleWith(*src, *dst, c.filter));
     EXPECT_TRUE(log.lines.empty());
     // Rows are copied, padding included, up to the shorter row size.
@@ -332,7 +324,7 @@ TEST(RescaleEngine, WorkedExamplesAlongRowsAndColumns) {
   };
   for (const Case& c : cases) {
     for (bool vertical : {false, true}) {
-      SCOPED_TRACE(testing::Message() << "filter " << c.filter << " to " << c.expected.size()
+      SCOPED_TRACE(::testing::Message() << "filter " << c.filter << " to " << c.expected.size()
                                       << (vertical ? " rows" : " columns"));
       const ull n = c.in.size(), m = c.expected.size(), step = vertical ? 4 : 1;  // a column: one pixel per 4-byte row
       Bytes pixels(vertical ? 4 * n : 16, 0);
@@ -353,7 +345,7 @@ struct FormatCase {
 };
 void PrintTo(const FormatCase& c, std::ostream* os) { *os << c.name; }
 
-class RescaleReference : public testing::TestWithParam<FormatCase> {};
+class RescaleReference : public ::testing::TestWithParam<FormatCase> {};
 
 TEST_P(RescaleReference, MatchesByteForByte) {
   PixelFormatDescriptor format{};
@@ -424,8 +416,8 @@ const FormatCase kFormats[] = {
     {"R32fG16f", Rule::General},   {"B10fG11fR11f", Rule::General},
 };
 
-INSTANTIATE_TEST_SUITE_P(Formats, RescaleReference, testing::ValuesIn(kFormats),
-                         [](const testing::TestParamInfo<FormatCase>& info) { return std::string(info.param.name); });
+INSTANTIATE_TEST_SUITE_P(Formats, RescaleReference, ::testing::ValuesIn(kFormats),
+                         [](const ::testing::TestParamInfo<FormatCase>& info) { return std::string(info.param.name); });
 
 }  // namespace
 }  // namespace lumo::image

@@ -8,6 +8,7 @@
 #include "lumo/image/engines.h"
 #include "lumo/image/surface_data.h"
 #include "lumo/log/log.h"
+#include "support/log_capture.h"
 
 namespace lumo::image {
 namespace {
@@ -169,15 +170,12 @@ TEST_F(SurfaceOperations, EngineRefusalOrUncreatableDestinationGivesNull) {
 }
 
 TEST_F(SurfaceOperations, ExtrudeOfCompressedDataWarnsOnce) {
-  std::vector<std::string> lines;
-  lumo::log::SetSink([&](unsigned, lumo::log::Severity severity, int, const std::string& text) {
-    EXPECT_EQ(severity, lumo::log::Severity::Warning);
-    lines.push_back(text);
-  });
+  testing::LogCapture log;
   const auto dxt = Surface(8, 8, PixelFormatDescriptor{0x101});
   EXPECT_FALSE(dxt->ExtrudeCopy(1, 1, 1, 1));
-  lumo::log::SetSink({});
-  EXPECT_EQ(lines, std::vector<std::string>{"[ExtrudeCopy] Not available for compressed format."});
+  const std::vector<std::string> warned = {"[ExtrudeCopy] Not available for compressed format."};
+  EXPECT_EQ(log.Texts(), warned);
+  EXPECT_EQ(log.Texts(lumo::log::Severity::Warning), warned);
   EXPECT_EQ(engine.calls, 0);
 }
 

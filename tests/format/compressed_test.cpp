@@ -9,12 +9,13 @@
 
 #include "lumo/image/compressed_formats.h"
 #include "lumo/image/formats.h"
+#include "support/descriptors.h"
 
 namespace lumo::image {
 namespace {
 
 using ull = unsigned long long;
-PixelFormatDescriptor D(ull v) { return static_cast<PixelFormatDescriptor>(v); }
+using testing::D;
 CompressFormat CF(unsigned v) { return static_cast<CompressFormat>(v); }
 
 // Channels present are given as e.g. "RG--"; partner is the signed partner of an unsigned
@@ -171,7 +172,7 @@ TEST(CompressedFormat, OutsideTheTable) {
   const std::pair<ull, unsigned> descs[] = {{0x20700, 0}, {0x21200, 0}, {0x22F00, 0}, {0x1, 0},
                                             {0x3701, 55}, {0x3801, 0},  {0xFF01, 0},  {0xFF0601, 6}};
   for (const auto& [value, format] : descs) {
-    SCOPED_TRACE(testing::Message() << std::hex << value);
+    SCOPED_TRACE(::testing::Message() << std::hex << value);
     const PixelFormatDescriptor desc = D(value);
     EXPECT_EQ(GetCompressFormat(desc), CF(format));
     EXPECT_EQ(Dims(desc), Dims(CF(format)));

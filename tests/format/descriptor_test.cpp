@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "lumo/image/formats.h"
+#include "support/descriptors.h"
 
 namespace lumo::image {
 namespace {
@@ -14,8 +15,8 @@ namespace {
 using PC = PixelComponent;
 using ull = unsigned long long;
 
-PixelFormatDescriptor D(ull v) { return static_cast<PixelFormatDescriptor>(v); }
-ull V(PixelFormatDescriptor d) { return static_cast<ull>(d); }
+using testing::D;
+using testing::V;
 
 ComponentMeta C(PC k, ull bits, bool s = false, bool f = false) { return {k, bits, s, f}; }
 // Uncompressed (U) and compressed (Z) metas.
@@ -74,7 +75,7 @@ TEST(Descriptor, ParseFormatAndMakeDescriptor) {
       {0x1, false, Z(0), 0},            {0x3801, false, Z(0), 0},                  {0xFF07, false, Z(0, 1, 1), 0},
   };
   for (const auto& [desc, ok, want, encoded] : cases) {
-    SCOPED_TRACE(testing::Message() << std::hex << desc);
+    SCOPED_TRACE(::testing::Message() << std::hex << desc);
     PixelFormatMeta m = Garbage();
     EXPECT_EQ(ParseFormat(D(desc), &m), ok);
     EXPECT_EQ(Dump(m), Dump(want));
@@ -103,7 +104,7 @@ TEST(Descriptor, ParseComponent) {
       {kR8, 1, false, {}},
   };
   for (const auto& [desc, slot, ok, want] : cases) {
-    SCOPED_TRACE(testing::Message() << std::hex << desc << " slot " << slot);
+    SCOPED_TRACE(::testing::Message() << std::hex << desc << " slot " << slot);
     ComponentMeta got{PC::K, 99, true, true};  // must be cleared even on failure
     EXPECT_EQ(ParseComponent(D(desc), slot, &got), ok);
     EXPECT_EQ(Dump(U({got})), Dump(U({want})));
@@ -196,7 +197,7 @@ TEST(Descriptor, PixelSizes) {
 TEST(Descriptor, UndecodableGivesNeutralResults) {
   // Nothing, compressed 0, flags only, formats 56 and 255, kind 47 in slot 0, zero bit count.
   for (ull bad : {0x0ull, 0x1ull, 0x2ull, 0x3801ull, 0xFF01ull, 0x22F00ull, 0x200ull}) {
-    SCOPED_TRACE(testing::Message() << std::hex << bad);
+    SCOPED_TRACE(::testing::Message() << std::hex << bad);
     const PixelFormatDescriptor d = D(bad);
     PixelFormatMeta m = Garbage();
     EXPECT_FALSE(ParseFormat(d, &m));

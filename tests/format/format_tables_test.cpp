@@ -8,6 +8,8 @@
 
 #include "lumo/image/format_tables.h"
 #include "lumo/image/formats.h"
+#include "support/bytes.h"
+#include "support/descriptors.h"
 
 namespace lumo::image {
 namespace {
@@ -16,15 +18,9 @@ using ull = unsigned long long;
 using ToFn = unsigned int (*)(const PixelFormatDescriptor&);
 using FromFn = PixelFormatDescriptor (*)(unsigned int);
 
-PixelFormatDescriptor N(const std::string& name) {
-  PixelFormatDescriptor d{};
-  EXPECT_TRUE(FromString(name, &d)) << name;
-  return d;
-}
-ull V(PixelFormatDescriptor d) { return static_cast<ull>(d); }
-constexpr unsigned int FourCC(const char (&c)[5]) {
-  return unsigned(c[0]) | unsigned(c[1]) << 8 | unsigned(c[2]) << 16 | unsigned(c[3]) << 24;
-}
+using testing::FourCC;
+using testing::Named;
+using testing::V;
 
 // GL enums used below.
 constexpr unsigned kRed = 0x1903, kRgb = 0x1907, kRgba = 0x1908, kBgra = 0x80E1, kLuminance = 0x1909;
@@ -109,44 +105,44 @@ TEST(FormatTables, SampleRowsBothWays) {
       {kVulkan, 1000340001, "A4B4G4R4"},
   };
   for (const auto& r : rows) {
-    EXPECT_EQ(V(r.api.from(r.code)), V(N(r.name))) << r.api.name << " " << r.code;
-    EXPECT_EQ(r.api.to(N(r.name)), r.code) << r.api.name << " " << r.name;
+    EXPECT_EQ(V(r.api.from(r.code)), V(Named(r.name))) << r.api.name << " " << r.code;
+    EXPECT_EQ(r.api.to(Named(r.name)), r.code) << r.api.name << " " << r.name;
   }
 }
 
 TEST(FormatTables, MissesAndSpecialRules) {
   // Read-only rows: the earlier row owns the descriptor.
-  EXPECT_EQ(V(FromDX9Format(82)), V(N("D32f")));
-  EXPECT_EQ(V(FromDX9Format(83)), V(N("D24S8")));
-  EXPECT_EQ(V(FromDXGIFormat(21)), V(N("D32fS8")));
-  EXPECT_EQ(ToDXGIFormat(N("D32fS8")), 20u);
+  EXPECT_EQ(V(FromDX9Format(82)), V(Named("D32f")));
+  EXPECT_EQ(V(FromDX9Format(83)), V(Named("D24S8")));
+  EXPECT_EQ(V(FromDXGIFormat(21)), V(Named("D32fS8")));
+  EXPECT_EQ(ToDXGIFormat(Named("D32fS8")), 20u);
   // DXT1_A1 writes as plain BC1 in DX9 and DXGI.
-  EXPECT_EQ(ToDX9Format(N("DXT1_A1")), FourCC("DXT1"));
-  EXPECT_EQ(ToDX9Format(N("s_DXT1_A1")), 0u);
-  EXPECT_EQ(ToDXGIFormat(N("DXT1_A1")), 71u);
-  EXPECT_EQ(ToDXGIFormat(N("s_DXT1_A1")), 72u);
+  EXPECT_EQ(ToDX9Format(Named("DXT1_A1")), FourCC("DXT1"));
+  EXPECT_EQ(ToDX9Format(Named("s_DXT1_A1")), 0u);
+  EXPECT_EQ(ToDXGIFormat(Named("DXT1_A1")), 71u);
+  EXPECT_EQ(ToDXGIFormat(Named("s_DXT1_A1")), 72u);
   // DXGI retries with the next code (typeless -> first typed variant), once.
   const std::pair<unsigned, const char*> dxgi[] = {{27, "A8B8G8R8"},    {90, "s_A8R8G8B8"}, {70, "DXT1"},
                                                    {1, "A32fB32fG32fR32f"}, {0, ""}, {100, ""}, {0xFFFFFFFFu, ""}};
-  for (const auto& [code, name] : dxgi) EXPECT_EQ(V(FromDXGIFormat(code)), V(N(name))) << code;
+  for (const auto& [code, name] : dxgi) EXPECT_EQ(V(FromDXGIFormat(code)), V(Named(name))) << code;
   // AMD codes only read.
-  EXPECT_EQ(V(FromGLCompressedFormat(34809)), V(N("BC4_unsigned")));
-  EXPECT_EQ(V(FromGLCompressedFormat(34810)), V(N("BC5_unsigned")));
+  EXPECT_EQ(V(FromGLCompressedFormat(34809)), V(Named("BC4_unsigned")));
+  EXPECT_EQ(V(FromGLCompressedFormat(34810)), V(Named("BC5_unsigned")));
   EXPECT_EQ(V(FromGLCompressedFormat(34811)), 0u);
   // ETC1 writes as ETC2 RGB8 on Metal and Vulkan, and only there.
-  EXPECT_EQ(ToMETALFormat(N("ETC1")), 180u);
-  EXPECT_EQ(ToVulkanFormat(N("ETC1")), 147u);
-  EXPECT_EQ(ToMETALFormat(N("s_ETC1")), 0u);
-  EXPECT_EQ(ToGLCompressedFormat(N("ETC1")), 36196u);
-  EXPECT_EQ(ToDXGIFormat(N("ETC1")), 0u);
+  EXPECT_EQ(ToMETALFormat(Named("ETC1")), 180u);
+  EXPECT_EQ(ToVulkanFormat(Named("ETC1")), 147u);
+  EXPECT_EQ(ToMETALFormat(Named("s_ETC1")), 0u);
+  EXPECT_EQ(ToGLCompressedFormat(Named("ETC1")), 36196u);
+  EXPECT_EQ(ToDXGIFormat(Named("ETC1")), 0u);
   // Vulkan 51..57 read as 37..43; the edges stay unlisted.
   for (unsigned code = 51; code <= 57; ++code) EXPECT_EQ(V(FromVulkanFormat(code)), V(FromVulkanFormat(code - 14)));
-  EXPECT_EQ(V(FromVulkanFormat(57)), V(N("s_A8B8G8R8")));
-  EXPECT_EQ(V(FromVulkanFormat(50)), V(N("s_A8R8G8B8")));
-  EXPECT_EQ(V(FromVulkanFormat(58)), V(N("A2R10G10B10")));
+  EXPECT_EQ(V(FromVulkanFormat(57)), V(Named("s_A8B8G8R8")));
+  EXPECT_EQ(V(FromVulkanFormat(50)), V(Named("s_A8R8G8B8")));
+  EXPECT_EQ(V(FromVulkanFormat(58)), V(Named("A2R10G10B10")));
   EXPECT_EQ(V(FromVulkanFormat(11)), 0u);
   // Full 64-bit compare: a reserved bit makes a miss; 0 is no format anywhere.
-  const PixelFormatDescriptor reserved{V(N("A8R8G8B8")) | 0x8};
+  const PixelFormatDescriptor reserved{V(Named("A8R8G8B8")) | 0x8};
   for (const Api& api : {kDX9, kDXGI, kGLC, kMetal, kLumo, kVulkan}) {
     EXPECT_EQ(api.to(reserved), 0u) << api.name;
     EXPECT_EQ(api.to(PixelFormatDescriptor{}), 0u) << api.name;
@@ -172,7 +168,7 @@ TEST(FormatTables, ToGLFormat) {
   EXPECT_EQ(std::size(names), 97u);
   for (const char* name : names) {
     unsigned f = 0, t = 0;
-    EXPECT_TRUE(ToGLFormat(N(name), f, t, nullptr)) << name;
+    EXPECT_TRUE(ToGLFormat(Named(name), f, t, nullptr)) << name;
   }
   const struct {
     const char* name;
@@ -185,7 +181,7 @@ TEST(FormatTables, ToGLFormat) {
   };
   for (const auto& r : rows) {
     unsigned f = 0, t = 0, i = 0;
-    ASSERT_TRUE(ToGLFormat(N(r.name), f, t, &i)) << r.name;
+    ASSERT_TRUE(ToGLFormat(Named(r.name), f, t, &i)) << r.name;
     EXPECT_EQ(f, r.format) << r.name;
     EXPECT_EQ(t, r.type) << r.name;
     EXPECT_EQ(i, r.internal) << r.name;
@@ -203,17 +199,17 @@ TEST(FormatTables, SetGLHalfOESSwapsOnlyHalfTypes) {
   unsigned f = 0, t = 0;
   SetGLHalfOES(true);
   for (const char* name : {"R16f", "G16fR16f", "B16fG16fR16f", "A16fB16fG16fR16f"}) {
-    ASSERT_TRUE(ToGLFormat(N(name), f, t, nullptr));
+    ASSERT_TRUE(ToGLFormat(Named(name), f, t, nullptr));
     EXPECT_EQ(t, kHalfOES) << name;
   }
-  ASSERT_TRUE(ToGLFormat(N("R32f"), f, t, nullptr));
+  ASSERT_TRUE(ToGLFormat(Named("R32f"), f, t, nullptr));
   EXPECT_EQ(t, kFloat);
-  EXPECT_EQ(V(FromGLFormat(kRed, kHalf)), V(N("R16f")));
+  EXPECT_EQ(V(FromGLFormat(kRed, kHalf)), V(Named("R16f")));
   SetGLHalfOES(true);  // idempotent
   SetGLHalfOES(false);
-  ASSERT_TRUE(ToGLFormat(N("A16fB16fG16fR16f"), f, t, nullptr));
+  ASSERT_TRUE(ToGLFormat(Named("A16fB16fG16fR16f"), f, t, nullptr));
   EXPECT_EQ(t, kHalf);
-  EXPECT_EQ(V(FromGLFormat(kRed, kHalfOES)), V(N("R16f")));
+  EXPECT_EQ(V(FromGLFormat(kRed, kHalfOES)), V(Named("R16f")));
 }
 
 TEST(FormatTables, FromGLFormatDecisionList) {
@@ -234,7 +230,7 @@ TEST(FormatTables, FromGLFormatDecisionList) {
       {0x8D9B, kUByte, ""}, {0, 0, ""}, {kRgba, 0, ""},
   };
   for (const auto& c : cases) {
-    EXPECT_EQ(V(FromGLFormat(c.format, c.type)), V(N(c.name))) << std::hex << c.format << " " << c.type;
+    EXPECT_EQ(V(FromGLFormat(c.format, c.type)), V(Named(c.name))) << std::hex << c.format << " " << c.type;
   }
 }
 

@@ -219,7 +219,7 @@ TEST(HalfTest, RowTailsAndOffsets) {
   for (const Converter& c : Converters()) {
     for (std::size_t n : {0, 1, 3, 7, 8, 9, 15, 16, 17, 23, 31, 33, 1003}) {
       for (std::size_t offset : {0, 1, 3}) {
-        SCOPED_TRACE(testing::Message() << c.name << " n=" << n << " offset=" << offset);
+        SCOPED_TRACE(::testing::Message() << c.name << " n=" << n << " offset=" << offset);
         std::vector<half> hs(offset + n + 1), narrow(hs.size(), half::FromBits(0x1234));
         std::vector<float> fs(offset + n + 1), wide(fs.size(), -3.0f);
         for (std::size_t i = 0; i < hs.size(); ++i) {

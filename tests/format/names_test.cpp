@@ -7,14 +7,15 @@
 #include <vector>
 
 #include "lumo/image/formats.h"
+#include "support/descriptors.h"
 
 namespace lumo::image {
 namespace {
 
 using ull = unsigned long long;
 
-PixelFormatDescriptor D(ull v) { return static_cast<PixelFormatDescriptor>(v); }
-ull V(PixelFormatDescriptor d) { return static_cast<ull>(d); }
+using testing::D;
+using testing::V;
 
 const char* const kKindNames[] = {"",  "X", "R", "G", "B", "A", "D", "S", "Sat", "I", "H",
                                   "C", "M", "Y", "K", "P", "L", "ChromB", "ChromR", "E", "IntZ"};

@@ -4,27 +4,16 @@
 #include <vector>
 
 #include "lumo/log/log.h"
+#include "support/log_capture.h"
 
 namespace {
 
 using lumo::log::Severity;
 
-struct Line {
-  unsigned channel;
-  Severity severity;
-  int level;
-  std::string text;
-};
-
 class LogTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    lumo::log::SetSink([this](unsigned channel, Severity severity, int level, const std::string& text) {
-      lines.push_back({channel, severity, level, text});
-    });
-  }
-  void TearDown() override { lumo::log::SetSink({}); }
-  std::vector<Line> lines;
+  lumo::image::testing::LogCapture capture;
+  std::vector<lumo::image::testing::LogLine>& lines = capture.lines;
 };
 
 TEST_F(LogTest, EachEntryPointReachesTheSinkWithItsSeverityAndFinishedText) {

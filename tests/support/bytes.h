@@ -55,7 +55,7 @@ std::shared_ptr<char> Shared(const Container& bytes) {
 // `size` bytes where byte i holds first + i, so every byte of a small buffer is distinct.
 inline std::shared_ptr<char> Counting(size_t size, int first = 1) {
   std::shared_ptr<char> buffer(new char[size], array_deleter());
-  for (size_t i = 0; i < size; ++i) buffer.get()[i] = static_cast<char>(first + static_cast<int>(i));
+  for (size_t i = 0; i < size; ++i) buffer.get()[i] = static_cast<char>(static_cast<size_t>(first) + i);
   return buffer;
 }
 

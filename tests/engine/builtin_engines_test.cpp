@@ -24,7 +24,7 @@ constexpr char kPad = '\xEE';  // never a pattern byte
 
 
 // A view starting at an odd offset (so rows are misaligned for block access)
-// whose bytes are all kPad; Filled then writes distinct bytes into the pixels
+// whose bytes are all kPad; Patterned then writes distinct bytes into the pixels
 // only, leaving row padding as kPad.
 std::shared_ptr<SurfaceData> Make(PixelFormatDescriptor f, ull w, ull h, ull alignment = 2) {
   const ull size = IsCompressed(f) ? BytesTotal(f, w, h, 0) : BytesPerRow(f, w, alignment) * h;
@@ -32,7 +32,7 @@ std::shared_ptr<SurfaceData> Make(PixelFormatDescriptor f, ull w, ull h, ull ali
   std::fill(mem.get(), mem.get() + size + 1, kPad);
   return SurfaceDataSharedMemory::Create(mem, 1, f, w, h, alignment);
 }
-std::shared_ptr<SurfaceData> Filled(PixelFormatDescriptor f, ull w, ull h, ull alignment = 2) {
+std::shared_ptr<SurfaceData> Patterned(PixelFormatDescriptor f, ull w, ull h, ull alignment = 2) {
   auto s = Make(f, w, h, alignment);
   const ull row = BytesPerRow(f, w, 0);  // pixel bytes of a row (sub-byte formats included)
   ull n = 0;
@@ -101,7 +101,7 @@ TEST(BuiltInEngines, PixelMappingsAreByteExactAndLeavePaddingAlone) {
           {"rotate -90", false, true, counter, turn(-90)},     {"rotate -450", false, true, counter, turn(-450)},
       };
       for (const Op& op : ops) {
-        auto src = Filled(f, w, h, op.in_place ? 2 : 0);
+        auto src = Patterned(f, w, h, op.in_place ? 2 : 0);
         auto dst = op.in_place ? src : op.turned ? Make(f, h, w) : Make(f, w, h);
         const auto want = Expect(*src, op.in_place ? *Make(f, w, h) : *dst, op.to);
         ASSERT_TRUE(op.run(src.get(), dst.get())) << op.what;
@@ -112,7 +112,7 @@ TEST(BuiltInEngines, PixelMappingsAreByteExactAndLeavePaddingAlone) {
 }
 
 TEST(BuiltInEngines, VerticalFlipsMoveWholeRowsEvenForSubBytePixels) {
-  auto four_bit = Filled(formats::A4, 5, 3);  // 3 pixel bytes + 1 padding byte per row
+  auto four_bit = Patterned(formats::A4, 5, 3);  // 3 pixel bytes + 1 padding byte per row
   const auto before = Bytes(*four_bit);
   std::vector<char> want(before.begin() + 8, before.end());        // last row first,
   want.insert(want.end(), before.begin() + 4, before.begin() + 8);  // the middle one stays
@@ -124,7 +124,7 @@ TEST(BuiltInEngines, VerticalFlipsMoveWholeRowsEvenForSubBytePixels) {
 }
 
 TEST(BuiltInEngines, CropCopiesTheRectangleAndClipsToTheSource) {
-  auto src = Filled(formats::R8G8B8, 4, 4);
+  auto src = Patterned(formats::R8G8B8, 4, 4);
   auto dst = Make(formats::R8G8B8, 2, 2);
   auto want = Bytes(*dst);
   for (ull y = 0; y < 2; ++y)
@@ -142,7 +142,7 @@ TEST(BuiltInEngines, CropCopiesTheRectangleAndClipsToTheSource) {
 }
 
 TEST(BuiltInEngines, ExtrudeRepeatsEdgesAndCorners) {
-  auto src = Filled(formats::R8G8B8, 2, 2);  // [[a b] [c d]]
+  auto src = Patterned(formats::R8G8B8, 2, 2);  // [[a b] [c d]]
   auto dst = Make(formats::R8G8B8, 7, 5);    // left 2, top 2, bottom 1; 3 padding bytes a row
   const ull sx[] = {0, 0, 0, 1, 1, 1, 1}, sy[] = {0, 0, 0, 1, 1};
   std::vector<char> want = Bytes(*dst);
@@ -157,7 +157,7 @@ TEST(BuiltInEngines, ExtrudeOfSubBytePixelsLogsOneErrorOnTheLibraryChannel) {
   testing::LogCapture log;
   const auto saved = LogChannel;
   LogChannel = 7;
-  auto src = Filled(formats::A4, 2, 2);
+  auto src = Patterned(formats::A4, 2, 2);
   auto dst = Make(formats::A4, 4, 4);
   const auto before = Bytes(*dst);
   EXPECT_FALSE(DefaultExtrudeEngine()->Extrude(src.get(), 1, 1, 1, 1, dst.get()));
@@ -172,7 +172,7 @@ TEST(BuiltInEngines, ExtrudeOfSubBytePixelsLogsOneErrorOnTheLibraryChannel) {
 TEST(BuiltInEngines, RefusalsLeaveTheDestinationUntouched) {
   // DXT5 averages one byte per pixel, yet no pixel owns a byte.
   const auto rgba = formats::A8R8G8B8, xrgb = formats::X8R8G8B8, a4 = formats::A4, dxt5 = Named("DXT5");
-  auto src = Filled(rgba, 4, 2), dxt = Filled(dxt5, 4, 4), nib = Filled(a4, 4, 2);
+  auto src = Patterned(rgba, 4, 2), dxt = Patterned(dxt5, 4, 4), nib = Patterned(a4, 4, 2);
   FlipEngine* flip = DefaultFlipEngine();
   CropEngine* crop = DefaultCropEngine();
   RotateEngine* rotate = DefaultRotateEngine();
@@ -184,10 +184,10 @@ TEST(BuiltInEngines, RefusalsLeaveTheDestinationUntouched) {
   const Case cases[] = {
       {"flipV other height", Make(rgba, 4, 3), [&](auto* d) { return flip->FlipVertical(src.get(), d); }},
       {"flipV compressed", Make(dxt5, 4, 4), [&](auto* d) { return flip->FlipVertical(dxt.get(), d); }},
-      {"flipV in place compressed", Filled(dxt5, 4, 4), [&](auto* d) { return flip->FlipVertical(d); }},
+      {"flipV in place compressed", Patterned(dxt5, 4, 4), [&](auto* d) { return flip->FlipVertical(d); }},
       {"flipH other format", Make(xrgb, 4, 2), [&](auto* d) { return flip->FlipHorizontal(src.get(), d); }},
       {"flipH sub-byte", Make(a4, 4, 2), [&](auto* d) { return flip->FlipHorizontal(nib.get(), d); }},
-      {"flipH in place compressed", Filled(dxt5, 4, 4), [&](auto* d) { return flip->FlipHorizontal(d); }},
+      {"flipH in place compressed", Patterned(dxt5, 4, 4), [&](auto* d) { return flip->FlipHorizontal(d); }},
       {"crop x = width", Make(rgba, 1, 1), [&](auto* d) { return crop->Crop(src.get(), 4, 0, d); }},
       {"crop y = height", Make(rgba, 1, 1), [&](auto* d) { return crop->Crop(src.get(), 0, 2, d); }},
       {"crop other format", Make(xrgb, 1, 1), [&](auto* d) { return crop->Crop(src.get(), 0, 0, d); }},

@@ -15,22 +15,7 @@ cd "$(dirname "$0")/.."
 . scripts/deps.sh
 lmimage_install_deps
 
-fuzz_install_deps() {
-  local wanted=(clang-15 libfuzzer-15-dev)
-  local missing=()
-  local pkg
-  for pkg in "${wanted[@]}"; do
-    dpkg-query -W -f='${Status}' "$pkg" 2>/dev/null | grep -q "install ok installed" || missing+=("$pkg")
-  done
-  [ ${#missing[@]} -eq 0 ] && return 0
-  if [ "$(id -u)" -ne 0 ] || ! command -v apt-get >/dev/null; then
-    echo "missing packages: ${missing[*]} (install them with apt-get as root)" >&2
-    return 1
-  fi
-  echo "installing: ${missing[*]}"
-  apt-get update -qq && apt-get install -y -qq --no-install-recommends "${missing[@]}"
-}
-fuzz_install_deps
+lmimage_install_packages clang-15 libfuzzer-15-dev
 
 seconds=60
 if [ $# -gt 0 ] && [[ $1 =~ ^[0-9]+$ ]]; then

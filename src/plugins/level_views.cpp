@@ -47,6 +47,16 @@ std::shared_ptr<Volume> LevelViews::VolumeAt(u64 offset, const Extent& e) const 
   return std::make_shared<Volume>(data);
 }
 
+std::shared_ptr<SurfaceArray> LevelViews::LayersAt(u64 offset, const Extent& e, u64 layers) const {
+  const Extent stack{e.width, e.height, layers};
+  if (layers == 0 || !Fits(offset, stack, true)) return SurfaceArray::Null;
+  const std::shared_ptr<VolumeData> data =
+      VolumeData::Create(data_, offset, format_, e.width, e.height, layers, alignment_);
+  if (!data || data->Size() != Bytes(stack, true)) return SurfaceArray::Null;
+  auto array = std::make_shared<SurfaceArray>(data);
+  return array->Count() == layers ? array : SurfaceArray::Null;
+}
+
 std::shared_ptr<SurfaceArray> LevelViews::ArrayAt(const std::vector<u64>& offsets, const Extent& e) const {
   std::vector<std::shared_ptr<Surface>> layers;
   layers.reserve(offsets.size());

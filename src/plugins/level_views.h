@@ -49,6 +49,9 @@ class LevelViews {
   // Each is Null when its bytes do not lie inside the buffer.
   std::shared_ptr<Surface> SurfaceAt(unsigned long long offset, const Extent& e) const;
   std::shared_ptr<Volume> VolumeAt(unsigned long long offset, const Extent& e) const;
+  // `layers` layers stored one after the other from `offset`, viewed in
+  // place (the array's volume is a view of the buffer).
+  std::shared_ptr<SurfaceArray> LayersAt(unsigned long long offset, const Extent& e, unsigned long long layers) const;
   // Layers at the given offsets (copied into the array's own storage).
   std::shared_ptr<SurfaceArray> ArrayAt(const std::vector<unsigned long long>& offsets, const Extent& e) const;
   // Faces in CubeFace order; a face that is missing or does not fit is

@@ -155,6 +155,10 @@ TEST(LevelViews, ViewsOnlyWhatTheBufferHolds) {
   EXPECT_TRUE(views.VolumeAt(0, {2, 2, 5}));
   EXPECT_FALSE(views.VolumeAt(0, {2, 2, 6}));
   EXPECT_TRUE(views.ArrayAt({0, 16, 32}, {2, 2, 1}));
+  const auto layers = views.LayersAt(16, {2, 2, 1}, 4);
+  ASSERT_TRUE(layers);
+  EXPECT_EQ(layers->GetSurface(3)->Buffer(), views.SurfaceAt(64, {2, 2, 1})->Buffer()) << "a view, not a copy";
+  EXPECT_FALSE(views.LayersAt(16, {2, 2, 1}, 5));
   EXPECT_FALSE(views.ArrayAt({0, 70}, {2, 2, 1}));
 
   LogCapture log;

@@ -80,7 +80,7 @@ std::string Lower(const char* text) {
 
 ImageFactory::ImageFactory() : plugins_{} {
   order_.reserve(kTableSize);
-  // Registration order is detection order: BMP, JPG, PNG, TGA, GIF, HDR, DDS,
+  // Registration order is detection order (new plugins: see CONTRIBUTING.md): BMP, JPG, PNG, TGA, GIF, HDR, DDS,
   // KTX, PKM, PVR, ASTC, PKMA, as far as each format is available.
   Register(detail::DDSPlugin());
 }

@@ -35,19 +35,51 @@ struct SaveFlag {
   const char* suffix;
 };
 const SaveFlag kSaveFlags[] = {
-    {ImageFormat::BMP, ISF_BMP_SAVE_RLE, "rle"},       {ImageFormat::TGA, ISF_TARGA_SAVE_RLE, "rle"},
-    {ImageFormat::PNG, ISF_PNG_INTERLACED, "interlaced"}, {ImageFormat::HDR, ISF_HDR_RLE, "rle"},
-    {ImageFormat::KTX, ISF_KTX2_ZSTD, "zstd"},         {ImageFormat::KTX, ISF_KTX2_ZLIB, "zlib"},
+    {ImageFormat::TGA, ISF_TARGA_SAVE_RLE, "rle"},
+    {ImageFormat::PNG, ISF_PNG_INTERLACED, "interlaced"},
+    {ImageFormat::HDR, ISF_HDR_RLE, "rle"},
 };
 
 // Masks, FourCC codes, DX10-only and sRGB formats, and block-compressed ones of
 // every family; a writer skips what its container cannot hold.
 const char* const kPixelFormats[] = {
-    "A8R8G8B8", "X8R8G8B8", "A8B8G8R8", "R8G8B8A8", "s_A8R8G8B8", "R8G8B8", "R5G6B5", "A1R5G5B5",
-    "A4R4G4B4", "A8",       "L8",       "A8L8",     "L16",        "R8",     "G16R16", "R16G16B16A16",
-    "A16fB16fG16fR16f",     "R16f",     "R32f",     "G16fR16f",   "A32fB32fG32fR32f", "R8sG8s",
-    "DXT1",     "DXT3",     "DXT5",     "s_DXT1",   "BC4_unsigned", "BC5_signed", "BC6H_unsigned", "BC7",
-    "s_BC7",    "ETC1",     "ETC2_RGBA8", "EAC_R11", "ASTC_RGBA_4x4", "ASTC_RGBA_8x8", "PVRTC_4bpp_RGBA",
+    "A8R8G8B8",
+    "X8R8G8B8",
+    "A8B8G8R8",
+    "R8G8B8A8",
+    "s_A8R8G8B8",
+    "R8G8B8",
+    "R5G6B5",
+    "A1R5G5B5",
+    "A4R4G4B4",
+    "A8",
+    "L8",
+    "A8L8",
+    "L16",
+    "R8",
+    "G16R16",
+    "R16G16B16A16",
+    "A16fB16fG16fR16f",
+    "R16f",
+    "R32f",
+    "G16fR16f",
+    "A32fB32fG32fR32f",
+    "R8sG8s",
+    "DXT1",
+    "DXT3",
+    "DXT5",
+    "s_DXT1",
+    "BC4_unsigned",
+    "BC5_signed",
+    "BC6H_unsigned",
+    "BC7",
+    "s_BC7",
+    "ETC1",
+    "ETC2_RGBA8",
+    "EAC_R11",
+    "ASTC_RGBA_4x4",
+    "ASTC_RGBA_8x8",
+    "PVRTC_4bpp_RGBA",
     "ATC_RGB",
 };
 
@@ -57,8 +89,8 @@ struct Shape {
   ull width, height, count, levels;  // count: layers of an array, depth of a volume
 };
 const Shape kShapes[] = {
-    {"surface", MipmapType::Surface, 5, 3, 1, 1},        {"mips", MipmapType::Surface, 8, 8, 1, 4},
-    {"cube", MipmapType::Cube, 4, 4, 1, 3},              {"array", MipmapType::SurfaceArray, 4, 4, 3, 2},
+    {"surface", MipmapType::Surface, 5, 3, 1, 1}, {"mips", MipmapType::Surface, 8, 8, 1, 4},
+    {"cube", MipmapType::Cube, 4, 4, 1, 3},       {"array", MipmapType::SurfaceArray, 4, 4, 3, 2},
     {"volume", MipmapType::Volume, 4, 4, 4, 3},
 };
 
@@ -74,14 +106,17 @@ std::shared_ptr<Pyramid> Build(const Shape& s, PixelFormatDescriptor f) {
   std::vector<std::shared_ptr<Mipmap>> levels;
   for (ull i = 0; i < s.levels; ++i) {
     const ull w = std::max(1ull, s.width >> i), h = std::max(1ull, s.height >> i);
-    const ull n = s.kind == MipmapType::Cube ? 6 : s.kind == MipmapType::Volume ? std::max(1ull, s.count >> i) : s.count;
+    const ull n = s.kind == MipmapType::Cube     ? 6
+                  : s.kind == MipmapType::Volume ? std::max(1ull, s.count >> i)
+                                                 : s.count;
     std::vector<std::shared_ptr<Surface>> faces;
     for (ull j = 0; j < n; ++j) {
       faces.push_back(Filled(w, h, f, &rng));
       if (!faces.back()) return nullptr;
     }
     if (s.kind == MipmapType::Surface) levels.push_back(faces[0]);
-    if (s.kind == MipmapType::Cube) levels.push_back(Cube::Create(faces[0], faces[1], faces[2], faces[3], faces[4], faces[5]));
+    if (s.kind == MipmapType::Cube)
+      levels.push_back(Cube::Create(faces[0], faces[1], faces[2], faces[3], faces[4], faces[5]));
     if (s.kind == MipmapType::SurfaceArray) levels.push_back(std::make_shared<SurfaceArray>(faces));
     if (s.kind == MipmapType::Volume) levels.push_back(std::make_shared<Volume>(faces));
     if (!levels.back()) return nullptr;

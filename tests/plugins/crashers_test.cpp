@@ -5,22 +5,19 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <memory>
+#include <optional>
 #include <string>
 #include <system_error>
 #include <vector>
 
-#include "lumo/image/image_factory.h"
-#include "lumo/image/surface_data.h"
-#include "lumo/log/log.h"
+#include "support/bytes.h"
 #include "support/exercise_image.h"
+#include "support/files.h"
+#include "support/log_capture.h"
 
 #ifndef LMIMAGE_CRASHERS_DIR
-#define LMIMAGE_CRASHERS_DIR "tests/crashers"
+#  define LMIMAGE_CRASHERS_DIR "tests/crashers"
 #endif
 
 namespace lumo::image {
@@ -43,20 +40,13 @@ TEST(Crashers, FolderIsFound) {
   EXPECT_TRUE(fs::is_regular_file(fs::path(LMIMAGE_CRASHERS_DIR) / "README.md")) << LMIMAGE_CRASHERS_DIR;
 }
 
-class Crasher : public ::testing::TestWithParam<fs::path> {
- protected:
-  void SetUp() override { log::SetSink([](unsigned, log::Severity, int, const std::string&) {}); }
-  void TearDown() override { log::SetSink({}); }
-};
+class Crasher : public ::testing::TestWithParam<fs::path> {};
 
 TEST_P(Crasher, DecodesWithoutFault) {
-  std::ifstream in(GetParam(), std::ios::binary);
-  ASSERT_TRUE(in) << GetParam();
-  const std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-  // Exactly the file's size, so ASan sees any read past it.
-  const std::shared_ptr<char> data(new char[bytes.size()], array_deleter());
-  if (!bytes.empty()) std::memcpy(data.get(), bytes.data(), bytes.size());
-  testing::DecodeAndExercise(data, bytes.size());
+  testing::LogCapture quiet;
+  const std::optional<testing::Bytes> bytes = testing::ReadFile(GetParam().string());
+  ASSERT_TRUE(bytes) << GetParam();
+  testing::DecodeAndExercise(testing::Shared(*bytes), bytes->size());
 }
 
 std::string TestName(const ::testing::TestParamInfo<fs::path>& info) {

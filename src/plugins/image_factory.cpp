@@ -7,6 +7,8 @@
 
 #include "lumo/image/surface_data.h"
 #include "plugins/dds.h"
+#include "plugins/pkm.h"
+#include "plugins/pvr.h"
 
 namespace lumo::image {
 
@@ -83,6 +85,9 @@ ImageFactory::ImageFactory() : plugins_{} {
   // Registration order is detection order (new plugins: see CONTRIBUTING.md): BMP, JPG, PNG, TGA, GIF, HDR, DDS,
   // KTX, PKM, PVR, ASTC, PKMA, as far as each format is available.
   Register(detail::DDSPlugin());
+  Register(detail::PKMPlugin());
+  Register(detail::PVRPlugin());
+  Register(detail::PKMAPlugin());
 }
 
 ImageFactory::~ImageFactory() = default;

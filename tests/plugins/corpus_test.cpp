@@ -164,7 +164,7 @@ TEST_P(Corpus, FilesMatchTheManifestAndSurviveARoundTrip) {
 }
 
 // One name per container whose plugin has landed.
-INSTANTIATE_TEST_SUITE_P(Containers, Corpus, ::testing::Values("DDS"),
+INSTANTIATE_TEST_SUITE_P(Containers, Corpus, ::testing::Values("DDS", "PVR", "PKM"),
                          [](const ::testing::TestParamInfo<const char*>& info) { return std::string(info.param); });
 
 }  // namespace

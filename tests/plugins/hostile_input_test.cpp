@@ -9,6 +9,7 @@
 #include <iterator>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "lumo/image/image_factory.h"
@@ -58,8 +59,50 @@ Truncated DDSTruncated(const Pyramid& whole) {
   return levels_drop ? Truncated::FewerLevels : Truncated::Refused;
 }
 
+// Every container that refuses a file cut short, whatever its shape.
+Truncated AlwaysRefused(const Pyramid&) { return Truncated::Refused; }
+
+std::vector<Bytes> PVRSeeds() {
+  const ImageFormat pvr = ImageFormat::PVR;
+  std::vector<Bytes> seeds = {Encode(*Chain(MipmapType::Surface, 8, 8, 1, formats::A8B8G8R8, 4), pvr),
+                              Encode(*Chain(MipmapType::Cube, 4, 4, 1, Named("DXT1"), 3), pvr),
+                              Encode(*Chain(MipmapType::SurfaceArray, 6, 6, 3, formats::R5G6B5, 3), pvr),
+                              Encode(*Chain(MipmapType::Volume, 4, 4, 4, formats::A8R8G8B8, 3), pvr),
+                              Encode(*Chain(MipmapType::Surface, 8, 4, 1, Named("EAC_SIGNED_R11"), 2), pvr)};
+  // Layouts the writer never makes: orientation metadata, and a version 2
+  // header (4 x 4 "argb" 8888, two levels, rows bottom up).
+  Bytes metadata = seeds[0];
+  const Bytes entry = {'P', 'V', 'R', 3, 3, 0, 0, 0, 3, 0, 0, 0, 0, 1, 0};
+  metadata.insert(metadata.begin() + 52, entry.begin(), entry.end());
+  testing::Put32(&metadata, 48, static_cast<std::uint32_t>(entry.size()));
+  Bytes v2(52 + 64 + 16);
+  for (const auto& [offset, value] : {std::pair<size_t, std::uint32_t>{0, 52},
+                                      {4, 4},
+                                      {8, 4},
+                                      {12, 2},
+                                      {16, 0x10005},
+                                      {44, testing::FourCC("PVR!")},
+                                      {48, 1}}) {
+    testing::Put32(&v2, offset, value);
+  }
+  seeds.push_back(metadata);
+  seeds.push_back(v2);
+  return seeds;
+}
+
+std::vector<Bytes> PKMSeeds(ImageFormat format) {
+  return {Encode(*Chain(MipmapType::Surface, 30, 17, 1, Named("ETC1"), 1), format),
+          Encode(*Chain(MipmapType::Surface, 8, 8, 1, Named("s_ETC2_RGBA8"), 1), format),
+          Encode(*Chain(MipmapType::Surface, 5, 3, 1, Named("EAC_SIGNED_RG11"), 1), format)};
+}
+std::vector<Bytes> PKMSeeds() { return PKMSeeds(ImageFormat::PKM); }
+std::vector<Bytes> PKMASeeds() { return PKMSeeds(ImageFormat::PKMA); }
+
 const Container kContainers[] = {
     {"DDS", ImageFormat::DDS, DDSSeeds, 148, false, DDSTruncated},
+    {"PKM", ImageFormat::PKM, PKMSeeds, 16, true, AlwaysRefused},
+    {"PVR", ImageFormat::PVR, PVRSeeds, 68, false, AlwaysRefused},
+    {"PKMA", ImageFormat::PKMA, PKMASeeds, 16, true, AlwaysRefused},
 };
 
 class HostileInput : public ::testing::TestWithParam<Container> {

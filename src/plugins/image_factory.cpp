@@ -6,7 +6,9 @@
 #include <string>
 
 #include "lumo/image/surface_data.h"
+#include "plugins/astc.h"
 #include "plugins/dds.h"
+#include "plugins/ktx.h"
 #include "plugins/pkm.h"
 #include "plugins/pvr.h"
 
@@ -85,8 +87,10 @@ ImageFactory::ImageFactory() : plugins_{} {
   // Registration order is detection order (new plugins: see CONTRIBUTING.md): BMP, JPG, PNG, TGA, GIF, HDR, DDS,
   // KTX, PKM, PVR, ASTC, PKMA, as far as each format is available.
   Register(detail::DDSPlugin());
+  Register(detail::KTXPlugin());
   Register(detail::PKMPlugin());
   Register(detail::PVRPlugin());
+  Register(detail::ASTCPlugin());
   Register(detail::PKMAPlugin());
 }
 

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "lumo/image/export.h"
 #include "lumo/image/image_factory.h"
 #include "lumo/image/mipmaps.h"
 
@@ -27,7 +28,9 @@ struct PVRFileInfo {
   std::vector<PVRMetadataEntry> metadata;  // in file order; none for version 2
 };
 
-// The file facts of an image the PVR plugin decoded; nullptr for any other image.
-const PVRFileInfo* PVRInfo(const Image& image);
+// The file facts of an image the PVR plugin decoded; nullptr for any other
+// image. Exported for the command-line tool and the tests, which link the
+// shared library.
+LUMO_IMAGE_API const PVRFileInfo* PVRInfo(const Image& image);
 
 }  // namespace lumo::image::detail

@@ -81,8 +81,12 @@ std::shared_ptr<Image> Decode(const std::shared_ptr<char>& data, std::size_t siz
     return Image::Null;
   }
 
-  // The image depth, not the block depth, decides between surface and volume.
-  const bool volume = depth != 1;
+  // A depth above 1 makes a volume, also of 2-D blocks. 3-D blocks make one
+  // even at depth 1: only volumes size them as 3-D blocks (a 2-D view would
+  // count each pixel as a block and reach far past the file's data).
+  unsigned char block_width = 0, block_height = 0, block_depth = 0;
+  ASTCBlockDimension(format, &block_width, &block_height, &block_depth);
+  const bool volume = depth != 1 || block_depth > 1;
   const Extent extent{width, height, depth};
   const LevelViews views(data, size, format);
   const u64 bytes = views.Bytes(extent, volume);

@@ -4,6 +4,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <limits>
 #include <memory>
 #include <string>
@@ -371,9 +372,10 @@ bool ValidateHeader(const FileHeader& h, Layout* out) {
     lumo::log::CLogError(LogChannel, "Ktx cube array not implemented!");
     return false;
   }
-  if (layout.kind == Kind::SurfaceArray && HasThreeDimensionalBlocks(layout.format)) {
-    // Layers cannot be cut out of one volume of 3-D blocks.
-    lumo::log::LogError(LogChannel, "KTX texture array of %s is not supported.", ToString(layout.format).c_str());
+  if (layout.kind != Kind::Volume && HasThreeDimensionalBlocks(layout.format)) {
+    // Surfaces, faces and layers are sized in 2-D blocks; 3-D blocks only make volumes.
+    lumo::log::LogError(LogChannel, "KTX %s holds 3-D blocks but is not a volume texture.",
+                        ToString(layout.format).c_str());
     return false;
   }
 
@@ -461,6 +463,20 @@ bool ChooseGL(const PixelFormatDescriptor& format, const PixelFormatMeta& meta, 
   }
   *gl = GLFields{gl_type, whole_bytes ? 1u : static_cast<u32>((bits + 7) / 8), gl_format, internal_format, gl_format};
   return true;
+}
+
+// One element into rows padded to four bytes. The padding is zeroed rather
+// than copied: a source's own row padding may hold anything.
+void CopyPaddedRows(char* out, u64 bytes, u64 out_pitch, u64 row_bytes, bool compressed,
+                    const detail::LevelElement& src) {
+  if (compressed || src.pitch == 0 || out_pitch == 0 || src.pitch < row_bytes) {
+    detail::CopyElement(out, bytes, out_pitch, compressed, src);
+    return;
+  }
+  const u64 rows = std::min(bytes / out_pitch, src.size / src.pitch);
+  detail::CopyRows(out, out_pitch, src.data, src.pitch, std::min(row_bytes, out_pitch), rows);
+  if (rows * out_pitch < bytes)
+    std::memset(out + rows * out_pitch, 0, static_cast<std::size_t>(bytes - rows * out_pitch));
 }
 
 // One level as the file stores it.
@@ -553,6 +569,7 @@ std::shared_ptr<char> Encode(const Pyramid& pyramid, size_t* size) {
     const LevelPlan& p = plan[level];
     const std::shared_ptr<Mipmap> mipmap = pyramid.GetMipmap(level);
     const u64 row = BytesPerRow(format, p.extent.width, kAlignment);  // 0 for block data
+    const u64 row_bytes = BytesPerRow(format, p.extent.width, 0);
     out.U32LE(p.image_size);
     for (u64 slice = 0; slice < slices; ++slice) {
       const detail::LevelElement element = detail::ElementOf(mipmap, slice);
@@ -560,7 +577,7 @@ std::shared_ptr<char> Encode(const Pyramid& pyramid, size_t* size) {
       if (!element.known || element.data == nullptr) return nullptr;
       char* bytes = out.Reserve(static_cast<std::size_t>(p.element_bytes));
       if (bytes == nullptr) return nullptr;
-      detail::CopyElement(bytes, p.element_bytes, row, meta.compressed, element);
+      CopyPaddedRows(bytes, p.element_bytes, row, row_bytes, meta.compressed, element);
       if (cube) out.Zeros(static_cast<std::size_t>(RoundUp4(p.element_bytes) - p.element_bytes));
     }
     out.Zeros(static_cast<std::size_t>(RoundUp4(p.data_bytes) - p.data_bytes));

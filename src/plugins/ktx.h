@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "lumo/image/export.h"
 #include "lumo/image/image_factory.h"
 
 namespace lumo::image::detail {
@@ -43,7 +44,8 @@ struct KTXFileInfo {
 };
 
 // What the KTX plugin read besides the pyramid; nullptr for an image that the
-// KTX plugin did not decode. Valid while the image lives.
-const KTXFileInfo* KTXInfoOf(const Image& image);
+// KTX plugin did not decode. Valid while the image lives. Exported for the
+// tool and the tests, which link the library; this header is not installed.
+LUMO_IMAGE_API const KTXFileInfo* KTXInfoOf(const Image& image);
 
 }  // namespace lumo::image::detail

@@ -14,6 +14,7 @@
 #include <set>
 #include <string>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include "lumo/image/formats.h"
@@ -124,6 +125,41 @@ std::shared_ptr<Pyramid> Build(const Shape& s, PixelFormatDescriptor f) {
   return Pyramid::Make(levels, ImageOrigin::TopDown);
 }
 
+// Layouts no writer produces, made by hand: PVR orientation metadata (spliced
+// into a written file) and the older PVR header, which is read but never written.
+std::vector<std::pair<std::string, std::string>> HandMadeSeeds() {
+  std::vector<std::pair<std::string, std::string>> seeds;
+  if (!ImageFactory::Instance()->IsRegistered(ImageFormat::PVR)) return seeds;
+  auto put32 = [](std::string* b, size_t at, unsigned v) {
+    for (size_t i = 0; i < 4; ++i) (*b)[at + i] = static_cast<char>(v >> (8 * i));
+  };
+  PixelFormatDescriptor rgba{};
+  size_t size = 0;
+  const auto pyramid = FromString("A8B8G8R8", &rgba) ? Build(kShapes[1], rgba) : nullptr;
+  const auto file = pyramid ? ImageFactory::Instance()->Serialize(ImageFormat::PVR, pyramid.get(), &size, 0) : nullptr;
+  if (file && size > 52) {
+    std::string b(file.get(), size);
+    b.insert(52, std::string("PVR\x03\x03\0\0\0\x03\0\0\0\0\x01\0", 15));  // orientation: y axis up
+    put32(&b, 48, 15);
+    seeds.emplace_back("pvr-metadata-orientation.pvr", b);
+  }
+  // Version 2: 8 x 8 "rgba" 8888 with four levels stored bottom up, and a DXT1 cube.
+  const struct {
+    const char* name;
+    unsigned flags, mips;
+    size_t data;
+  } v2[] = {{"pvr-v2-mips-rgba.pvr", 18 | 0x10000, 4, 256 + 64 + 16 + 4},
+            {"pvr-v2-cube-dxt1.pvr", 32 | 0x1000, 1, 6 * 32}};
+  for (const auto& s : v2) {
+    std::string b(52 + s.data, '\x5a');
+    const std::pair<size_t, unsigned> fields[] = {{0, 52},       {4, 8},           {8, 8}, {12, s.mips},
+                                                  {16, s.flags}, {44, 0x21525650}, {48, 1}};
+    for (const auto& [at, value] : fields) put32(&b, at, value);
+    seeds.emplace_back(s.name, b);
+  }
+  return seeds;
+}
+
 std::string Lower(std::string s) {
   for (char& c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
   return s;
@@ -186,6 +222,15 @@ int main(int argc, char** argv) {
         }
       }
     }
+  }
+  for (const auto& [name, bytes] : HandMadeSeeds()) {
+    std::ofstream out(dir / name, std::ios::binary);
+    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    if (!out) {
+      std::fprintf(stderr, "cannot write %s\n", (dir / name).c_str());
+      return 1;
+    }
+    ++written;
   }
   std::printf("%d\n", written);
   return written == 0 ? 1 : 0;

@@ -125,10 +125,44 @@ std::shared_ptr<Pyramid> Build(const Shape& s, PixelFormatDescriptor f) {
   return Pyramid::Make(levels, ImageOrigin::TopDown);
 }
 
+// KTX key/value data, which the writer never stores (orientation, an A8 alpha
+// plane with its pitch, an ETC1 one, a key nobody reads), spliced into a
+// written file; and an ASTC volume of 3-D blocks, which no seed shape makes.
+std::vector<std::pair<std::string, std::string>> KTXAndASTCSeeds() {
+  std::vector<std::pair<std::string, std::string>> seeds;
+  auto entry = [](const std::string& key, const std::string& value) {
+    std::string e(4, '\0');
+    const size_t count = key.size() + 1 + value.size();
+    for (size_t i = 0; i < 4; ++i) e[i] = static_cast<char>(count >> (8 * i));
+    e += key + '\0' + value;
+    e.resize((e.size() + 3) & ~size_t{3}, '\0');
+    return e;
+  };
+  PixelFormatDescriptor rgba{};
+  size_t size = 0;
+  const auto pyramid = FromString("A8B8G8R8", &rgba) ? Build(kShapes[1], rgba) : nullptr;  // 8 x 8, four levels
+  const auto file = pyramid ? ImageFactory::Instance()->Serialize(ImageFormat::KTX, pyramid.get(), &size, 0) : nullptr;
+  if (file && size > 64) {
+    const std::string kv = entry("KTXOrientation", std::string("S=r,T=u\0", 8)) +
+                           entry("AlPitch", std::string("\x08\0\0\0", 4)) + entry("AlChann", std::string(64, 'a')) +
+                           entry("AlChanl", std::string(32, 'e')) + entry("Other", "x");
+    std::string b(file.get(), size);
+    b.insert(64, kv);
+    for (size_t i = 0; i < 4; ++i) b[60 + i] = static_cast<char>(kv.size() >> (8 * i));
+    seeds.emplace_back("ktx-keyvalues-alpha-orientation.ktx", b);
+  }
+  if (ImageFactory::Instance()->IsRegistered(ImageFormat::ASTC)) {
+    std::string b("\x13\xAB\xA1\x5C\x03\x03\x03\x06\0\0\x06\0\0\x06\0\0", 16);
+    for (int i = 0; i < 8 * 16; ++i) b += static_cast<char>(i * 13);
+    seeds.emplace_back("astc-volume-3x3x3.astc", b);
+  }
+  return seeds;
+}
+
 // Layouts no writer produces, made by hand: PVR orientation metadata (spliced
 // into a written file) and the older PVR header, which is read but never written.
 std::vector<std::pair<std::string, std::string>> HandMadeSeeds() {
-  std::vector<std::pair<std::string, std::string>> seeds;
+  std::vector<std::pair<std::string, std::string>> seeds = KTXAndASTCSeeds();
   if (!ImageFactory::Instance()->IsRegistered(ImageFormat::PVR)) return seeds;
   auto put32 = [](std::string* b, size_t at, unsigned v) {
     for (size_t i = 0; i < 4; ++i) (*b)[at + i] = static_cast<char>(v >> (8 * i));

@@ -18,6 +18,7 @@
 #include "support/descriptors.h"
 #include "support/exercise_image.h"
 #include "support/files.h"
+#include "support/ktx_file.h"
 #include "support/log_capture.h"
 #include "support/surfaces.h"
 
@@ -98,11 +99,45 @@ std::vector<Bytes> PKMSeeds(ImageFormat format) {
 std::vector<Bytes> PKMSeeds() { return PKMSeeds(ImageFormat::PKM); }
 std::vector<Bytes> PKMASeeds() { return PKMSeeds(ImageFormat::PKMA); }
 
+// Written chains of every kind; key/value data (orientation, both alpha
+// planes, a key nobody reads) is put in by hand, as the writer stores none.
+std::vector<Bytes> KTXSeeds() {
+  const ImageFormat ktx = ImageFormat::KTX;
+  using testing::KeyValueData;
+  const Bytes surface = Encode(*Chain(MipmapType::Surface, 8, 8, 1, formats::A8B8G8R8, 4), ktx);
+  const Bytes etc2 = Encode(*Chain(MipmapType::Surface, 8, 4, 1, Named("ETC2_RGBA8"), 2), ktx);
+  return {testing::WithKeyValues(surface, KeyValueData({{"KTXOrientation", std::string("S=r,T=u\0", 8)},
+                                                        {"AlPitch", std::string("\x08\0\0\0", 4)},
+                                                        {"AlChann", std::string(64, 'a')}})),
+          Encode(*Chain(MipmapType::Cube, 4, 4, 1, Named("DXT1"), 3), ktx),
+          Encode(*Chain(MipmapType::SurfaceArray, 6, 6, 3, formats::R5G6B5, 3), ktx),
+          Encode(*Chain(MipmapType::Volume, 4, 4, 4, formats::A8R8G8B8, 3), ktx),
+          testing::WithKeyValues(etc2, KeyValueData({{"AlChanl", std::string(16, 'e')}, {"Other", "x"}}))};
+}
+
+// Levels are whole after a cut (each holds all its faces or layers), so a
+// chain of several keeps those that fit.
+Truncated KTXTruncated(const Pyramid& whole) {
+  return whole.LevelsCurrent() > 1 ? Truncated::FewerLevels : Truncated::Refused;
+}
+
+std::vector<Bytes> ASTCSeeds() {
+  const ImageFormat astc = ImageFormat::ASTC;
+  // 3-D blocks: a 6 x 6 x 6 volume of 3 x 3 x 3 blocks, made by hand.
+  Bytes blocks = {'\x13', '\xAB', '\xA1', '\x5C', 3, 3, 3, 6, 0, 0, 6, 0, 0, 6, 0, 0};
+  for (int i = 0; i < 8 * 16; ++i) blocks.push_back(static_cast<char>(i * 13));
+  return {Encode(*Chain(MipmapType::Surface, 8, 8, 1, Named("ASTC_RGBA_4x4"), 1), astc),
+          Encode(*Chain(MipmapType::Surface, 13, 9, 1, Named("ASTC_RGBA_12x10"), 1), astc),
+          Encode(*Chain(MipmapType::Volume, 8, 8, 6, Named("ASTC_RGBA_6x6"), 1), astc), blocks};
+}
+
 const Container kContainers[] = {
     {"DDS", ImageFormat::DDS, DDSSeeds, 148, false, DDSTruncated},
+    {"KTX", ImageFormat::KTX, KTXSeeds, 160, false, KTXTruncated},
     {"PKM", ImageFormat::PKM, PKMSeeds, 16, true, AlwaysRefused},
     {"PVR", ImageFormat::PVR, PVRSeeds, 68, false, AlwaysRefused},
     {"PKMA", ImageFormat::PKMA, PKMASeeds, 16, true, AlwaysRefused},
+    {"ASTC", ImageFormat::ASTC, ASTCSeeds, 16, false, AlwaysRefused},
 };
 
 class HostileInput : public ::testing::TestWithParam<Container> {

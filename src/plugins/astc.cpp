@@ -25,7 +25,8 @@
 // Bounds. The header's sizes are compared with the buffer: a file whose
 // blocks are shorter than its width, height and depth need is refused
 // (Image::Null) with one log line giving the bytes needed and the bytes
-// there. Bytes after the blocks are ignored.
+// there. Bytes after the blocks are ignored. 3-D blocks always load as a
+// volume, also one slice deep, since only volumes size them as 3-D blocks.
 
 namespace lumo::image {
 namespace {
@@ -130,7 +131,8 @@ std::shared_ptr<char> Encode(const PixelFormatDescriptor& format, u64 width, u64
   }
   unsigned char block_width = 0, block_height = 0, block_depth = 0;
   ASTCBlockDimension(format, &block_width, &block_height, &block_depth);
-  const u64 bytes = depth == 1 ? BytesTotal(format, width, height, 0) : BytesTotal(format, width, height, depth, 0);
+  // Counted in 3-D blocks for 3-D formats, also one slice deep.
+  const u64 bytes = BytesTotal(format, width, height, depth, 0);
   u64 total = 0;
   if (bytes == 0 || checked::AddOverflows(u64{kHeaderBytes}, bytes, &total) ||
       total > std::numeric_limits<std::size_t>::max()) {

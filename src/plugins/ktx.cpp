@@ -372,11 +372,15 @@ bool ValidateHeader(const FileHeader& h, Layout* out) {
     lumo::log::CLogError(LogChannel, "Ktx cube array not implemented!");
     return false;
   }
-  if (layout.kind != Kind::Volume && HasThreeDimensionalBlocks(layout.format)) {
-    // Surfaces, faces and layers are sized in 2-D blocks; 3-D blocks only make volumes.
-    lumo::log::LogError(LogChannel, "KTX %s holds 3-D blocks but is not a volume texture.",
-                        ToString(layout.format).c_str());
-    return false;
+  if (HasThreeDimensionalBlocks(layout.format)) {
+    // Surfaces, faces and layers are sized in 2-D blocks; only a volume sizes
+    // 3-D ones, so a plain texture of them is a volume, even one slice deep.
+    if (layout.kind != Kind::Surface && layout.kind != Kind::Volume) {
+      lumo::log::LogError(LogChannel, "KTX %s holds 3-D blocks but is not a volume texture.",
+                          ToString(layout.format).c_str());
+      return false;
+    }
+    layout.kind = Kind::Volume;
   }
 
   // Past a full chain every level would be 1 x 1 again; the cap also keeps a

@@ -132,7 +132,8 @@ TEST(ASTCWrite, HeaderBlocksAndRefusals) {
 TEST(ASTCWrite, LevelZeroOnlyAndVolumesWhole) {
   // Level 0, surface 0 of a chain; a volume with all its slices, 3-D blocks or not.
   EXPECT_EQ(Encode(*testing::Chain(MipmapType::Surface, 8, 8, 1, Named("ASTC_RGBA_4x4"), 3), kASTC).size(), 16u + 64);
-  for (const Bytes& file : {MakeFile(4, 4, 1, 8, 8, 6, 384), MakeFile(4, 4, 4, 8, 8, 6, 128)}) {
+  for (const Bytes& file :
+       {MakeFile(4, 4, 1, 8, 8, 6, 384), MakeFile(4, 4, 4, 8, 8, 6, 128), MakeFile(6, 6, 5, 6, 6, 1, 16)}) {
     const auto image = Decode(file);
     ASSERT_NE(image, Image::Null);
     EXPECT_EQ(Encode(*image->GetPyramid(false), kASTC), file);

@@ -15,6 +15,7 @@
 #include "lumo/image/image_factory.h"
 #include "lumo/image/mipmaps.h"
 #include "lumo/image/pyramid.h"
+#include "lumo/image/volume_data.h"
 #include "plugins/ktx.h"
 #include "support/bytes.h"
 #include "support/descriptors.h"
@@ -113,6 +114,8 @@ TEST(KTXRead, HeaderRules) {
        "Ktx cube array not implemented!"},
       {"GL_LUMINANCE", [](Header& h) { h.gl_format = 0x1909; }, {}, {16}, 0, nullptr, {}, 0, top, ""},
       {"zero width", [](Header& h) { h.width = 0; }, {}, {64}, 0, nullptr, {}, 0, top, "KTX pixelWidth must not be 0."},
+      {"3-D blocks, one slice deep", [](Header& h) { h.gl_format = 0, h.internal = 37824, h.width = h.height = 6; },
+       {}, {64}, 0, "ASTC_RGBA_3x3x3", MipmapType::Volume, 1, top, ""},
       {"array of 3-D blocks", [](Header& h) { h.gl_format = 0, h.internal = 37824, h.layers = 2; }, {}, {64}, 0,
        nullptr, {}, 0, top, "KTX ASTC_RGBA_3x3x3 holds 3-D blocks but is not a volume texture."},
       {"key/value data past the end", [](Header& h) { h.kv_bytes = 1000; }, {}, {64}, 0, nullptr, {}, 0, top,
@@ -159,7 +162,7 @@ TEST(KTXRead, HeaderRules) {
               std::make_tuple(c.type, c.type, c.levels, c.origin));
     EXPECT_EQ(std::make_tuple(image->Width(), image->Height(), pyramid->Depth(), image->IsArray()),
               std::make_tuple(size_t{h.width}, size_t{h.height == 0 ? 1 : h.height},
-                              c.type == MipmapType::Volume ? ull{h.depth} : 1ull, h.layers > 1));
+                              c.type == MipmapType::Volume ? ull{h.depth == 0 ? 1 : h.depth} : 1ull, h.layers > 1));
     EXPECT_EQ(std::make_tuple(image->GetPyramid(true), image->HasAlphaPyramid(), image->Format()),
               std::make_tuple(Pyramid::Null, false, kKTX));
   }
@@ -299,8 +302,16 @@ TEST(KTXWrite, SizesAndPadding) {
 
 // ---- Round trips ----
 
+// A 6 x 6 x 6 volume of 3 x 3 x 3 blocks (no slice surfaces), one level.
+std::shared_ptr<Pyramid> BlockVolume() {
+  const auto blocks = testing::Counting(8 * 16);
+  const auto data = VolumeData::Create(blocks, 0, Named("ASTC_RGBA_3x3x3"), 6, 6, 6, 0);
+  return Pyramid::Make(std::make_shared<Volume>(data), ImageOrigin::TopDown);
+}
+
 TEST(KTXRoundTrip, EveryKindKeepsItsBytes) {
   const std::shared_ptr<Pyramid> cases[] = {
+      BlockVolume(),
       Chain(MipmapType::Surface, 5, 3, 1, formats::R8G8B8, 1),
       Chain(MipmapType::Surface, 16, 8, 1, Named("ETC2_RGBA8"), 5),
       Chain(MipmapType::Cube, 8, 8, 1, formats::A8B8G8R8, 4),
@@ -326,6 +337,7 @@ TEST(KTXRoundTrip, EveryKindKeepsItsBytes) {
       }
     }
     EXPECT_EQ(Encode(*back, kKTX), file) << "writing what was read gives the same file";
+    EXPECT_EQ(back->GetMipmap(0)->Depth(), pyramid->GetMipmap(0)->Depth());
   }
 }
 

@@ -704,7 +704,7 @@ ImagePlugin* detail::PVRPlugin() {
   return &plugin;
 }
 
-const detail::PVRFileInfo* detail::PVRInfo(const Image& image) {
+const detail::PVRFileInfo* detail::PVRInfoOf(const Image& image) {
   const auto* pvr = dynamic_cast<const ImagePVR*>(&image);
   return pvr != nullptr ? &pvr->Info() : nullptr;
 }

@@ -31,6 +31,6 @@ struct PVRFileInfo {
 // The file facts of an image the PVR plugin decoded; nullptr for any other
 // image. Exported for the command-line tool and the tests, which link the
 // shared library.
-LUMO_IMAGE_API const PVRFileInfo* PVRInfo(const Image& image);
+LUMO_IMAGE_API const PVRFileInfo* PVRInfoOf(const Image& image);
 
 }  // namespace lumo::image::detail

@@ -171,8 +171,8 @@ TEST(PVRRead, OrientationAndMetadataAreKept) {
     const auto image = Expect(MakeFile(h, 64), "A8B8G8R8");
     ASSERT_TRUE(image);
     EXPECT_EQ(image->Origin(), c.origin);
-    const detail::PVRMetadataEntry& first = detail::PVRInfo(*image)->metadata.at(0);
-    EXPECT_EQ(detail::PVRInfo(*image)->metadata.size(), c.metadata.empty() ? 1u : 2u);
+    const detail::PVRMetadataEntry& first = detail::PVRInfoOf(*image)->metadata.at(0);
+    EXPECT_EQ(detail::PVRInfoOf(*image)->metadata.size(), c.metadata.empty() ? 1u : 2u);
     EXPECT_EQ(std::make_tuple(first.fourcc, first.key, first.offset, first.size),
               std::make_tuple(FourCC("ABCD"), 7u, 64ull, 2ull));
   }
@@ -200,7 +200,7 @@ TEST(PVRRead, Version2HeadersBecomeVersion3Fields) {
     ASSERT_TRUE(image);
     EXPECT_EQ(std::make_tuple(image->Type(), image->Origin(), image->GetPyramid(false)->Depth()),
               std::make_tuple(c.type, c.origin, c.type == MipmapType::Volume ? 3ull : 1ull));
-    EXPECT_EQ(detail::PVRInfo(*image)->version, 2u);
+    EXPECT_EQ(detail::PVRInfoOf(*image)->version, 2u);
   }
   Expect(MakeV2File(126, 1, 64), nullptr, "Unsupport PVR v2 format 126\nUnsupport pvr V2 file!");
 }

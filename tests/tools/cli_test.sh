@@ -1,9 +1,11 @@
 #!/bin/sh
 # Command-line test of the lmimage tool: exit statuses, exact report lines and
-# the one-line error convention. Usage: cli_test.sh PATH/TO/lmimage
+# the one-line error convention. Usage: cli_test.sh PATH/TO/lmimage [CORPUS_DIR]
+# (the checks on real files are skipped without a corpus folder).
 set -u
 
-tool=${1:?usage: cli_test.sh PATH/TO/lmimage}
+tool=${1:?usage: cli_test.sh PATH/TO/lmimage [CORPUS_DIR]}
+corpus=${2:-}
 tmp=$(mktemp -d) || exit 1
 trap 'rm -rf "$tmp"' EXIT
 failures=0
@@ -296,10 +298,41 @@ run convert "$dds" "$tmp/folder.dds"; expect_status 1
 expect_error "lmimage: convert: '$tmp/folder.dds': cannot write: Is a directory"
 ls "$tmp" | grep -q 'tmp-' && fail "$last: temporary file left behind"
 
-# A real file, when the corpus is around.
-corpus=$(dirname "$0")/../../../shared/corpus/dds/nv_rgba_mips.dds
-if [ -f "$corpus" ]; then
-  run info "$corpus"; expect_status 0; expect_line "format:           A8R8G8B8"; expect_line "levels:           7"
+# ---- Real files, when the corpus is around ----
+if [ -n "$corpus" ] && [ -d "$corpus" ]; then
+  run info "$corpus/dds/nv_rgba_mips.dds"; expect_status 0
+  expect_line "format:           A8R8G8B8"; expect_line "levels:           7"
+
+  # Block-compressed chains cross containers without being decoded: DDS -> KTX
+  # -> PVR -> DDS gives the very file DDS -> DDS gives (cube and array included).
+  for name in nv_bc1_mips nv_bc3_mips nv_bc5_mips pillow_bc6h pillow_bc7-argb-8bpp_MipMaps-1 \
+              pillow_DXGI_FORMAT_BC7_UNORM_SRGB nv_cube_bc1_mips py_dx10_array3_bc1; do
+    in=$corpus/dds/$name.dds
+    run convert "$in" "$tmp/$name.ktx"; expect_status 0
+    run convert "$tmp/$name.ktx" "$tmp/$name.pvr"; expect_status 0
+    run convert "$tmp/$name.pvr" "$tmp/$name.back.dds"; expect_status 0
+    run convert "$in" "$tmp/$name.direct.dds"; expect_status 0
+    cmp -s "$tmp/$name.back.dds" "$tmp/$name.direct.dds" || fail "$name: blocks changed on the way through KTX and PVR"
+  done
+
+  # A container that cannot hold a format says so and names those that can.
+  run convert "$corpus/pkm/etc1tool_37x21.pkm" "$tmp/etc1.dds"; expect_status 1
+  expect_error "lmimage: convert: '$tmp/etc1.dds': the DDS container cannot hold ETC1 pixels; containers that can: KTX, PKM, PVR, PKMA"
+  run convert "$corpus/dds/pillow_bc6h_sf.dds" "$tmp/bc6h.pvr"; expect_status 1
+  expect_error "lmimage: convert: '$tmp/bc6h.pvr': the PVR container cannot hold BC6H_signed pixels; containers that can: DDS, KTX"
+  [ -e "$tmp/etc1.dds" ] || [ -e "$tmp/bc6h.pvr" ] && fail "a refused convert wrote a file"
+
+  # Container details: the KTX orientation and keys, the PVR metadata.
+  run info "$corpus/ktx/py_rgb8_odd_orient_up.ktx"; expect_status 0
+  expect_line "origin:           bottom-up"
+  expect_line "KTX key/value:    28 bytes, 1 key: KTXOrientation"
+  expect_line "KTX orientation:  'S=r,T=u'"
+  expect_line "alpha plane:      -"
+  run info "$corpus/pvr/v3_l8_orient_up.pvr"; expect_status 0
+  expect_line "PVR version:      3"
+  expect_line "PVR metadata:     'PVR.' key 3 (3 bytes)"
+else
+  echo "no corpus folder given or found: checks on real files skipped"
 fi
 
 if [ "$failures" -ne 0 ]; then

@@ -14,6 +14,7 @@
 #include "lumo/image/engines.h"
 #include "lumo/image/formats.h"
 #include "lumo/image/image_factory.h"
+#include "lumo/image/surface_data.h"
 #include "verbs.h"
 
 namespace lumo::image::cli {
@@ -69,6 +70,36 @@ ImageFormat OutputFormat(const std::string& path) {
 std::string FormatName(const PixelFormatDescriptor& format) {
   const std::string name = NameOf(format);
   return name.empty() ? Hex(static_cast<unsigned long long>(format)) : name;
+}
+
+// Whether `container` stores `format` as it is. Block-compressed data cannot
+// be converted on the way, so a container must read it back under the same
+// name (a relabelling would change what the blocks mean); other formats need
+// only be accepted by the writer. Probed with a small picture, nothing kept.
+bool CanHold(ImageFormat container, const PixelFormatDescriptor& format) {
+  LogCapture quiet;
+  const std::shared_ptr<SurfaceDataBitmap> sample = SurfaceDataBitmap::Create(16, 16, format, 2);
+  if (!sample) return false;
+  size_t size = 0;
+  const std::shared_ptr<char> file = ImageFactory::Instance()->Serialize(container, sample.get(), &size, 0);
+  if (!file) return false;
+  if (!IsCompressed(format)) return true;
+  const std::shared_ptr<Image> image = ImageFactory::Instance()->Create(container, file, size);
+  const std::shared_ptr<Pyramid> pyramid = image ? image->GetPyramid(false) : nullptr;
+  return pyramid && pyramid->Format() == format;
+}
+
+// "the KTX container cannot hold ETC1 pixels; containers that can: PKM, PVR".
+std::string CannotHold(ImageFormat container, const PixelFormatDescriptor& format) {
+  std::string others;
+  for (int number = 1; number < 64; ++number) {
+    const ImageFormat other = static_cast<ImageFormat>(number);
+    if (other == container || !ImageFactory::Instance()->IsRegistered(other) || !CanHold(other, format)) continue;
+    others += (others.empty() ? "" : ", ") + std::string(ImageFactory::FormatToString(other));
+  }
+  return std::string("the ") + ImageFactory::FormatToString(container) + " container cannot hold " +
+         FormatName(format) + " pixels; " + (others.empty() ? "no container can" : "containers that can: " + others) +
+         (IsCompressed(format) ? "" : " (or convert them with --format)");
 }
 
 std::string Plural(unsigned long long count, const char* noun) {
@@ -144,6 +175,7 @@ int Run(const Invocation& invocation) {
     }
   }
 
+  if (!CanHold(container, pyramid->Format())) throw Failure(output, CannotHold(container, pyramid->Format()));
   size_t size = 0;
   std::shared_ptr<char> file;
   {
@@ -170,7 +202,9 @@ Verb ConvertVerb() {
       "Reads IN (any registered container) and writes OUT in the container named\n"
       "by OUT's extension (.dds, ...). --format converts every level to a format\n"
       "name or 0x hex value; --mips completes the mip chain down to 1x1; and\n"
-      "--flip-vertical turns the rows upside down. OUT is written to a temporary\n"
+      "--flip-vertical turns the rows upside down. Block-compressed levels are\n"
+      "copied as they are (never decoded); a container that cannot hold the\n"
+      "format is named with those that can. OUT is written to a temporary\n"
       "file beside it and renamed, so a failed run leaves it untouched; OUT may not\n"
       "be IN. Prints one line describing the written file.",
       {

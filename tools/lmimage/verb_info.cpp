@@ -1,5 +1,6 @@
 // lmimage info: describe image files: container, kind of texture, pixel
 // format with its graphics-API codes, size and every mip level.
+#include <cstdint>
 #include <iostream>
 #include <memory>
 #include <ostream>
@@ -12,6 +13,8 @@
 #include "lumo/image/formats.h"
 #include "lumo/image/image_factory.h"
 #include "lumo/image/mipmaps.h"
+#include "plugins/ktx.h"
+#include "plugins/pvr.h"
 #include "verbs.h"
 
 namespace lumo::image::cli {
@@ -79,6 +82,59 @@ std::string LevelText(const std::shared_ptr<Mipmap>& level) {
          ", " + std::to_string(LevelBytes(*level)) + " bytes";
 }
 
+std::string Join(const std::vector<std::string>& items) {
+  std::string text;
+  for (const std::string& item : items) text += (text.empty() ? "" : ", ") + item;
+  return text;
+}
+
+// Four-character codes as characters where they are printable.
+std::string FourCCText(std::uint32_t code) {
+  std::string text;
+  for (int shift = 0; shift < 32; shift += 8) {
+    const char c = static_cast<char>((code >> shift) & 0xff);
+    text += c >= 0x20 && c <= 0x7e ? c : '.';
+  }
+  return text;
+}
+
+// What the container says beyond the pyramid: for KTX the OpenGL fields, the
+// key/value keys, the orientation and the alpha plane; for PVR the header
+// version and the metadata entries.
+void DescribeContainer(Image& image, std::ostream& out) {
+  if (const detail::KTXFileInfo* ktx = detail::KTXInfoOf(image)) {
+    Field(out, "KTX GL fields",
+          "type " + Hex(ktx->gl_type) + ", type size " + std::to_string(ktx->gl_type_size) + ", format " +
+              Hex(ktx->gl_format) + ", internal " + Hex(ktx->gl_internal_format) + ", base internal " +
+              Hex(ktx->gl_base_internal_format));
+    std::string keys = std::to_string(ktx->key_count) + (ktx->key_count == 1 ? " key" : " keys");
+    if (!ktx->keys.empty()) keys += ": " + Join(ktx->keys);
+    if (ktx->key_count > ktx->keys.size()) keys += ", ...";
+    Field(out, "KTX key/value", std::to_string(ktx->key_value_bytes) + " bytes, " + keys);
+    Field(out, "KTX orientation", ktx->has_orientation ? "'" + ktx->orientation + "'" : "-");
+    switch (ktx->alpha_plane) {
+      case detail::KTXFileInfo::AlphaPlane::None:
+        Field(out, "alpha plane", "-");
+        break;
+      case detail::KTXFileInfo::AlphaPlane::A8:
+        Field(out, "alpha plane", "A8, pitch " + std::to_string(ktx->alpha_pitch) + " bytes");
+        break;
+      case detail::KTXFileInfo::AlphaPlane::ETC1:
+        Field(out, "alpha plane", "ETC1");
+        break;
+    }
+  }
+  if (const detail::PVRFileInfo* pvr = detail::PVRInfoOf(image)) {
+    Field(out, "PVR version", std::to_string(pvr->version));
+    std::vector<std::string> entries;
+    for (const detail::PVRMetadataEntry& entry : pvr->metadata) {
+      entries.push_back("'" + FourCCText(entry.fourcc) + "' key " + std::to_string(entry.key) + " (" +
+                        std::to_string(entry.size) + " bytes)");
+    }
+    Field(out, "PVR metadata", entries.empty() ? "-" : Join(entries));
+  }
+}
+
 void Describe(const std::string& path, const LoadedImage& loaded, std::ostream& out) {
   Image& image = *loaded.image;
   const Pyramid& pyramid = *loaded.pyramid;
@@ -106,6 +162,7 @@ void Describe(const std::string& path, const LoadedImage& loaded, std::ostream& 
     Field(out, "level " + std::to_string(i), LevelText(pyramid.GetMipmap(i)));
   }
   Field(out, "origin", OriginName(image.Origin()));
+  DescribeContainer(image, out);
   for (const std::string& warning : loaded.warnings) Field(out, "warning", warning);
 }
 
@@ -140,8 +197,10 @@ Verb InfoVerb() {
       "Reads each FILE (any registered container, detected from its bytes) and\n"
       "prints one block per file, separated by a blank line: the container, the\n"
       "kind of texture, the pixel format with its DXGI, Direct3D 9, OpenGL, Vulkan,\n"
-      "Metal and engine codes ('-' where that interface has none), the size, and\n"
-      "each mip level as WxHxD with its size in bytes. A file that cannot be read\n"
+      "Metal and engine codes ('-' where that interface has none), the size, each\n"
+      "mip level as WxHxD with its size in bytes, and the row order. KTX files add\n"
+      "their OpenGL fields, key/value keys, orientation and alpha plane; PVR files\n"
+      "their header version and metadata entries. A file that cannot be read\n"
       "or decoded gets one error line instead; the others are still described and\n"
       "the exit status is 1.",
       {},

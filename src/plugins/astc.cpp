@@ -169,10 +169,7 @@ class ImageASTCPlugin : public ImagePlugin {
   const char* Name() override { return "ASTC"; }
 
   bool CheckFormat(const char* data, size_t size) override {
-    detail::ByteReader in(data, size);
-    const char* magic = nullptr;
-    return in.Bytes(sizeof kMagic, &magic) &&
-           std::equal(kMagic, kMagic + sizeof kMagic, reinterpret_cast<const unsigned char*>(magic));
+    return detail::HasMagic(data, size, kMagic, sizeof kMagic);
   }
 
   bool SharesSourceBuffer() override { return true; }

@@ -20,6 +20,11 @@ constexpr std::uint32_t FourCC(char a, char b, char c, char d) {
          static_cast<std::uint32_t>(static_cast<unsigned char>(d)) << 24;
 }
 
+// Whether the buffer starts with the `n` bytes of `magic`.
+inline bool HasMagic(const char* data, std::size_t size, const unsigned char* magic, std::size_t n) {
+  return data != nullptr && size >= n && std::memcmp(data, magic, n) == 0;
+}
+
 class ByteReader {
  public:
   ByteReader(const char* data, std::size_t size)

@@ -20,6 +20,7 @@
 #include "lumo/log/log.h"
 #include "plugins/byte_reader.h"
 #include "plugins/byte_writer.h"
+#include "plugins/container_plugin.h"
 #include "plugins/entry_guard.h"
 #include "plugins/level_views.h"
 #include "plugins/plugin_images.h"
@@ -325,7 +326,7 @@ class ImageDDS final : public detail::ContainerImage {
   using ContainerImage::ContainerImage;
 };
 
-std::shared_ptr<Image> Decode(const std::shared_ptr<char>& data, std::size_t size) {
+std::shared_ptr<Image> DecodeFile(const std::shared_ptr<char>& data, std::size_t size) {
   FileHeader header;
   if (!ReadHeader(detail::ByteReader(data.get(), size), &header)) return Image::Null;
   Layout layout;
@@ -526,7 +527,7 @@ bool BuildHeader(const WriteShape& s, HeaderFields* h) {
   return true;
 }
 
-std::shared_ptr<char> Encode(const Pyramid& pyramid, size_t* size) {
+std::shared_ptr<char> EncodeFile(const Pyramid& pyramid, size_t* size) {
   WriteShape shape;
   shape.format = pyramid.Format();
   shape.compressed = IsCompressed(shape.format);
@@ -605,36 +606,19 @@ std::shared_ptr<char> Encode(const Pyramid& pyramid, size_t* size) {
   return file;
 }
 
-// Failures deep inside are raised; the entry points log them and report the
-// failure result. Only allocation failures pass through.
-constexpr detail::GuardPolicy kGuard{"DDS: %s", "DDS: unexpected failure", true};
+bool CheckFile(const char* data, size_t size) {
+  detail::ByteReader in(data, size);
+  u32 magic = 0;
+  return in.U32LE(&magic) && magic == kMagic;
+}
 
-class ImageDDSPlugin : public ImagePlugin {
+constexpr detail::ContainerFormat kDDSFile{
+    ImageFormat::DDS, "DDS", {"DDS: %s", "DDS: unexpected failure", true}, CheckFile, DecodeFile, EncodeFile,
+};
+
+class ImageDDSPlugin final : public detail::ContainerPlugin {
  public:
-  ImageFormat Format() override { return ImageFormat::DDS; }
-  const char* Name() override { return "DDS"; }
-
-  bool CheckFormat(const char* data, size_t size) override {
-    detail::ByteReader in(data, size);
-    u32 magic = 0;
-    return in.U32LE(&magic) && magic == kMagic;
-  }
-
-  bool SharesSourceBuffer() override { return true; }
-
-  std::shared_ptr<Image> Create(const std::shared_ptr<char>& data, size_t size) override {
-    return detail::Guarded(kGuard, Image::Null, [&] { return Decode(data, size); });
-  }
-
-  std::shared_ptr<char> Serialize(const Pyramid* pyramid, size_t* size, int /*flags*/) override {
-    if (pyramid == nullptr || size == nullptr) return nullptr;
-    return detail::Guarded(kGuard, std::shared_ptr<char>(), [&] { return Encode(*pyramid, size); });
-  }
-
-  std::shared_ptr<char> Serialize(const SurfaceData* surface, size_t* size, int flags) override {
-    if (surface == nullptr) return nullptr;
-    return Serialize(detail::BorrowedPyramid(surface).get(), size, flags);
-  }
+  ImageDDSPlugin() : ContainerPlugin(kDDSFile) {}
 };
 
 }  // namespace

@@ -23,6 +23,7 @@
 #include "lumo/log/log.h"
 #include "plugins/byte_reader.h"
 #include "plugins/byte_writer.h"
+#include "plugins/container_plugin.h"
 #include "plugins/entry_guard.h"
 #include "plugins/level_views.h"
 #include "plugins/plugin_images.h"
@@ -394,7 +395,7 @@ bool ValidateHeader(const FileHeader& h, Layout* out) {
   return true;
 }
 
-std::shared_ptr<Image> Decode(const std::shared_ptr<char>& data, std::size_t size) {
+std::shared_ptr<Image> DecodeFile(const std::shared_ptr<char>& data, std::size_t size) {
   FileHeader h;
   if (!ReadHeader(detail::ByteReader(data.get(), size), &h)) return Image::Null;
   Layout layout;
@@ -493,7 +494,7 @@ struct LevelPlan {
 
 void RefuseSize() { lumo::log::CLogError(LogChannel, "KTX cannot hold an image this large."); }
 
-std::shared_ptr<char> Encode(const Pyramid& pyramid, size_t* size) {
+std::shared_ptr<char> EncodeFile(const Pyramid& pyramid, size_t* size) {
   const PixelFormatDescriptor format = pyramid.Format();
   PixelFormatMeta meta{};
   if (pyramid.LevelsCurrent() == 0 || !ParseFormat(format, &meta)) return nullptr;
@@ -591,37 +592,15 @@ std::shared_ptr<char> Encode(const Pyramid& pyramid, size_t* size) {
   return file;
 }
 
-// Failures deep inside are raised; the entry points log them and report the
-// failure result. Only allocation failures pass through.
-constexpr detail::GuardPolicy kGuard{"KTX: %s", "KTX: unexpected failure", true};
+bool CheckFile(const char* data, size_t size) { return detail::HasMagic(data, size, kIdentifier, sizeof kIdentifier); }
 
-class ImageKTXPlugin : public ImagePlugin {
+constexpr detail::ContainerFormat kKTXFile{
+    ImageFormat::KTX, "KTX", {"KTX: %s", "KTX: unexpected failure", true}, CheckFile, DecodeFile, EncodeFile,
+};
+
+class ImageKTXPlugin final : public detail::ContainerPlugin {
  public:
-  ImageFormat Format() override { return ImageFormat::KTX; }
-  const char* Name() override { return "KTX"; }
-
-  bool CheckFormat(const char* data, size_t size) override {
-    detail::ByteReader in(data, size);
-    const char* identifier = nullptr;
-    return in.Bytes(sizeof kIdentifier, &identifier) && std::equal(kIdentifier, kIdentifier + sizeof kIdentifier,
-                                                                   reinterpret_cast<const unsigned char*>(identifier));
-  }
-
-  bool SharesSourceBuffer() override { return true; }
-
-  std::shared_ptr<Image> Create(const std::shared_ptr<char>& data, size_t size) override {
-    return detail::Guarded(kGuard, Image::Null, [&] { return Decode(data, size); });
-  }
-
-  std::shared_ptr<char> Serialize(const Pyramid* pyramid, size_t* size, int /*flags*/) override {
-    if (pyramid == nullptr || size == nullptr) return nullptr;
-    return detail::Guarded(kGuard, std::shared_ptr<char>(), [&] { return Encode(*pyramid, size); });
-  }
-
-  std::shared_ptr<char> Serialize(const SurfaceData* surface, size_t* size, int flags) override {
-    if (surface == nullptr) return nullptr;
-    return Serialize(detail::BorrowedPyramid(surface).get(), size, flags);
-  }
+  ImageKTXPlugin() : ContainerPlugin(kKTXFile) {}
 };
 
 }  // namespace

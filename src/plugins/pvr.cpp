@@ -20,6 +20,7 @@
 #include "lumo/log/log.h"
 #include "plugins/byte_reader.h"
 #include "plugins/byte_writer.h"
+#include "plugins/container_plugin.h"
 #include "plugins/entry_guard.h"
 #include "plugins/level_views.h"
 #include "plugins/plugin_images.h"
@@ -502,7 +503,7 @@ class ImagePVR final : public detail::ContainerImage {
   detail::PVRFileInfo info_;
 };
 
-std::shared_ptr<Image> Decode(const std::shared_ptr<char>& data, std::size_t size) {
+std::shared_ptr<Image> DecodeFile(const std::shared_ptr<char>& data, std::size_t size) {
   FileHeader header;
   if (!ReadHeader(detail::ByteReader(data.get(), size), &header)) return Image::Null;
   Layout layout;
@@ -590,7 +591,7 @@ bool ChoosePixelFields(const PixelFormatMeta& meta, PixelFields* out) {
   return true;
 }
 
-std::shared_ptr<char> Encode(const Pyramid& pyramid, size_t* size) {
+std::shared_ptr<char> EncodeFile(const Pyramid& pyramid, size_t* size) {
   const PixelFormatDescriptor format = pyramid.Format();
   PixelFormatMeta meta{};
   if (!ParseFormat(format, &meta)) return nullptr;
@@ -663,38 +664,21 @@ std::shared_ptr<char> Encode(const Pyramid& pyramid, size_t* size) {
   return file;
 }
 
-// Failures deep inside are raised; the entry points log them and report the
-// failure result. Only allocation failures pass through.
-constexpr detail::GuardPolicy kGuard{"PVR: %s", "PVR: unexpected failure", true};
+bool CheckFile(const char* data, size_t size) {
+  const detail::ByteReader in(data, size);
+  u32 word = 0;
+  if (size < kMinimumFile || !in.U32LEAt(0, &word)) return false;
+  if (static_cast<u8>(word) == kVersion2Mark) return in.U32LEAt(kOffVersion2Magic, &word) && word == kVersion2Magic;
+  return word == kVersion3;
+}
 
-class ImagePVRPlugin : public ImagePlugin {
+constexpr detail::ContainerFormat kPVRFile{
+    ImageFormat::PVR, "PVR", {"PVR: %s", "PVR: unexpected failure", true}, CheckFile, DecodeFile, EncodeFile,
+};
+
+class ImagePVRPlugin final : public detail::ContainerPlugin {
  public:
-  ImageFormat Format() override { return ImageFormat::PVR; }
-  const char* Name() override { return "PVR"; }
-
-  bool CheckFormat(const char* data, size_t size) override {
-    const detail::ByteReader in(data, size);
-    u32 word = 0;
-    if (size < kMinimumFile || !in.U32LEAt(0, &word)) return false;
-    if (static_cast<u8>(word) == kVersion2Mark) return in.U32LEAt(kOffVersion2Magic, &word) && word == kVersion2Magic;
-    return word == kVersion3;
-  }
-
-  bool SharesSourceBuffer() override { return true; }
-
-  std::shared_ptr<Image> Create(const std::shared_ptr<char>& data, size_t size) override {
-    return detail::Guarded(kGuard, Image::Null, [&] { return Decode(data, size); });
-  }
-
-  std::shared_ptr<char> Serialize(const Pyramid* pyramid, size_t* size, int /*flags*/) override {
-    if (pyramid == nullptr || size == nullptr) return nullptr;
-    return detail::Guarded(kGuard, std::shared_ptr<char>(), [&] { return Encode(*pyramid, size); });
-  }
-
-  std::shared_ptr<char> Serialize(const SurfaceData* surface, size_t* size, int flags) override {
-    if (surface == nullptr) return nullptr;
-    return Serialize(detail::BorrowedPyramid(surface).get(), size, flags);
-  }
+  ImagePVRPlugin() : ContainerPlugin(kPVRFile) {}
 };
 
 }  // namespace

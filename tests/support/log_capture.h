@@ -2,6 +2,8 @@
 // so tests can assert on them and expected refusals stay off the console.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <string>
 #include <vector>
 
@@ -36,6 +38,15 @@ class LogCapture {
       if (line.severity == severity) texts.push_back(line.text);
     }
     return texts;
+  }
+  // Exactly one line, containing `part`; with an empty `part`, no line at all.
+  ::testing::AssertionResult OnlyLineContains(const std::string& part) const {
+    if (part.empty() ? lines.empty() : lines.size() == 1 && lines[0].text.find(part) != std::string::npos) {
+      return ::testing::AssertionSuccess();
+    }
+    return ::testing::AssertionFailure() << "expected " << (part.empty() ? "no line" : "one line with '" + part + "'")
+                                         << ", logged:\n"
+                                         << All();
   }
   // Every line, one per row: for failure messages.
   std::string All() const {

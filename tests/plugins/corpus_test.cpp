@@ -1,8 +1,8 @@
 // Real files from the shared corpus, one container at a time: every row of
 // MANIFEST.tsv for the container is loaded through the factory and checked
-// against the manifest (properties, reference bytes, refusals, the log lines
-// its notes call for), then written back in its own format, loaded again and
-// compared with what was first loaded.
+// against the manifest (properties, reference bytes, refusals, the log lines,
+// origin and alpha pyramid its notes call for), then written back in its own
+// format, loaded again and compared with what was first loaded.
 #include <gtest/gtest.h>
 
 #include <iostream>
@@ -11,6 +11,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "lumo/image/image_factory.h"
@@ -27,7 +28,7 @@ namespace {
 using ull = unsigned long long;
 using testing::Bytes;
 using testing::CorpusRow;
-using testing::Tight;
+using testing::LevelBytes;
 
 // The manifest's container names and what sets their files apart.
 struct Container {
@@ -49,25 +50,12 @@ const Container* Find(const std::string& name) {
   return nullptr;
 }
 
-// Every element of level 0 in stored order, or only the first (a volume: every slice).
-std::string Level0(const Pyramid& p, bool every_element) {
-  const auto level = p.GetMipmap(0);
-  if (const auto* volume = dynamic_cast<const Volume*>(level.get()); volume != nullptr && !volume->IsSliceable()) {
-    // 3-D blocks have no slices to view: the volume's bytes as stored.
-    return volume->Data() ? std::string(volume->Buffer(), volume->Size()) : std::string();
-  }
-  const bool all = every_element || level->Type() == MipmapType::Volume;
-  std::string bytes;
-  for (ull i = 0; i < (all ? level->GetSurfaceCount() : 1); ++i) bytes += Tight(*level->GetSurface(i)->Data());
-  return bytes;
-}
-
 // How a row's ref file is compared with the loaded image, by the manifest's ref_kind.
 // The picture containers will add "rgba8" and "rgbaf32" (decoded pixels, top row first).
 using RefCheck = ::testing::AssertionResult (*)(const CorpusRow& row, const Pyramid& loaded, const Bytes& ref);
 
 ::testing::AssertionResult SamePayload(const CorpusRow& row, const Pyramid& loaded, const Bytes& ref) {
-  if (Level0(loaded, false) == std::string(ref.begin(), ref.end())) return ::testing::AssertionSuccess();
+  if (LevelBytes(loaded, 0, false) == std::string(ref.begin(), ref.end())) return ::testing::AssertionSuccess();
   return ::testing::AssertionFailure() << "level 0 bytes differ from " << row.ref;
 }
 
@@ -154,6 +142,17 @@ TEST_P(Corpus, FilesMatchTheManifestAndSurviveARoundTrip) {
         EXPECT_EQ(have[i], want[i]) << names[i];
       }
     }
+    // Notes that name an origin or an alpha pyramid, and what every loaded file must agree on.
+    if (Notes(row, "origin BottomUp")) {
+      EXPECT_EQ(image->Origin(), ImageOrigin::BottomUp);
+    }
+    EXPECT_EQ(std::make_tuple(pyramid->Type(), image->IsArray(), image->HasAlphaPyramid()),
+              std::make_tuple(image->Type(), row.type == "array", Notes(row, "HasAlphaPyramid true")));
+    if (image->HasAlphaPyramid()) {
+      const auto plane = image->GetPyramid(true)->GetSurface(0);
+      EXPECT_EQ(std::make_tuple(plane->Format(), plane->Width(), plane->Height()),
+                std::make_tuple(formats::A8, ull{image->Width()}, ull{image->Height()}));
+    }
     if (row.ref_kind != "-") {
       const auto check = kRefChecks.find(row.ref_kind);
       const std::optional<Bytes> ref = testing::ReadFile(dir + "/" + row.ref);
@@ -169,7 +168,7 @@ TEST_P(Corpus, FilesMatchTheManifestAndSurviveARoundTrip) {
     ASSERT_NE(again, Image::Null);
     const auto back = again->GetPyramid(false);
     EXPECT_EQ(Properties(*again, *back), have);
-    EXPECT_TRUE(Level0(*back, true) == Level0(*pyramid, true)) << "level 0 changed on the round trip";
+    EXPECT_TRUE(LevelBytes(*back, 0) == LevelBytes(*pyramid, 0)) << "level 0 changed on the round trip";
   }
   std::cout << "[ corpus   ] " << rows->size() << " " << container->name << " rows: " << loaded << " loaded ("
             << refs << " compared with their ref), " << refused

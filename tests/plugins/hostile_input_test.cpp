@@ -15,10 +15,10 @@
 #include "lumo/image/image_factory.h"
 #include "lumo/image/pyramid.h"
 #include "support/bytes.h"
+#include "support/container_files.h"
 #include "support/descriptors.h"
 #include "support/exercise_image.h"
 #include "support/files.h"
-#include "support/ktx_file.h"
 #include "support/log_capture.h"
 #include "support/surfaces.h"
 
@@ -45,13 +45,20 @@ struct Container {
   Truncated (*truncated)(const Pyramid& whole);
 };
 
+// Written chains of every kind (`plain` surfaces, a DXT1 cube, an array whose
+// smaller levels have padded rows, a volume), then `more`.
+std::vector<Bytes> EveryKind(ImageFormat format, PixelFormatDescriptor plain, const std::vector<Bytes>& more) {
+  std::vector<Bytes> seeds = {Encode(*Chain(MipmapType::Surface, 8, 8, 1, plain, 4), format),
+                              Encode(*Chain(MipmapType::Cube, 4, 4, 1, Named("DXT1"), 3), format),
+                              Encode(*Chain(MipmapType::SurfaceArray, 6, 6, 3, formats::R5G6B5, 3), format),
+                              Encode(*Chain(MipmapType::Volume, 4, 4, 4, formats::A8R8G8B8, 3), format)};
+  seeds.insert(seeds.end(), more.begin(), more.end());
+  return seeds;
+}
+
 std::vector<Bytes> DDSSeeds() {
   const ImageFormat dds = ImageFormat::DDS;
-  return {Encode(*Chain(MipmapType::Surface, 8, 8, 1, formats::A8R8G8B8, 4), dds),
-          Encode(*Chain(MipmapType::Cube, 4, 4, 1, Named("DXT1"), 3), dds),
-          Encode(*Chain(MipmapType::SurfaceArray, 6, 6, 3, formats::R5G6B5, 3), dds),
-          Encode(*Chain(MipmapType::Volume, 4, 4, 4, formats::A8R8G8B8, 3), dds),
-          Encode(*Chain(MipmapType::Surface, 8, 4, 1, Named("BC7"), 3), dds)};
+  return EveryKind(dds, formats::A8R8G8B8, {Encode(*Chain(MipmapType::Surface, 8, 4, 1, Named("BC7"), 3), dds)});
 }
 
 // Only plain surfaces and volumes lose levels; a partial cube or array is refused.
@@ -65,29 +72,16 @@ Truncated AlwaysRefused(const Pyramid&) { return Truncated::Refused; }
 
 std::vector<Bytes> PVRSeeds() {
   const ImageFormat pvr = ImageFormat::PVR;
-  std::vector<Bytes> seeds = {Encode(*Chain(MipmapType::Surface, 8, 8, 1, formats::A8B8G8R8, 4), pvr),
-                              Encode(*Chain(MipmapType::Cube, 4, 4, 1, Named("DXT1"), 3), pvr),
-                              Encode(*Chain(MipmapType::SurfaceArray, 6, 6, 3, formats::R5G6B5, 3), pvr),
-                              Encode(*Chain(MipmapType::Volume, 4, 4, 4, formats::A8R8G8B8, 3), pvr),
-                              Encode(*Chain(MipmapType::Surface, 8, 4, 1, Named("EAC_SIGNED_R11"), 2), pvr)};
+  std::vector<Bytes> seeds = EveryKind(pvr, formats::A8B8G8R8,
+                                       {Encode(*Chain(MipmapType::Surface, 8, 4, 1, Named("EAC_SIGNED_R11"), 2), pvr)});
   // Layouts the writer never makes: orientation metadata, and a version 2
   // header (4 x 4 "argb" 8888, two levels, rows bottom up).
   Bytes metadata = seeds[0];
-  const Bytes entry = {'P', 'V', 'R', 3, 3, 0, 0, 0, 3, 0, 0, 0, 0, 1, 0};
+  const Bytes entry = testing::PVRMetadataEntry(testing::FourCC("PVR\x03"), 3, {0, 1, 0});
   metadata.insert(metadata.begin() + 52, entry.begin(), entry.end());
   testing::Put32(&metadata, 48, static_cast<std::uint32_t>(entry.size()));
-  Bytes v2(52 + 64 + 16);
-  for (const auto& [offset, value] : {std::pair<size_t, std::uint32_t>{0, 52},
-                                      {4, 4},
-                                      {8, 4},
-                                      {12, 2},
-                                      {16, 0x10005},
-                                      {44, testing::FourCC("PVR!")},
-                                      {48, 1}}) {
-    testing::Put32(&v2, offset, value);
-  }
   seeds.push_back(metadata);
-  seeds.push_back(v2);
+  seeds.push_back(testing::PVRV2File(0x10005, 1, 2, 64 + 16));
   return seeds;
 }
 
@@ -99,20 +93,19 @@ std::vector<Bytes> PKMSeeds(ImageFormat format) {
 std::vector<Bytes> PKMSeeds() { return PKMSeeds(ImageFormat::PKM); }
 std::vector<Bytes> PKMASeeds() { return PKMSeeds(ImageFormat::PKMA); }
 
-// Written chains of every kind; key/value data (orientation, both alpha
-// planes, a key nobody reads) is put in by hand, as the writer stores none.
+// Key/value data (orientation, both alpha planes, a key nobody reads) is put
+// in by hand, as the writer stores none.
 std::vector<Bytes> KTXSeeds() {
   const ImageFormat ktx = ImageFormat::KTX;
   using testing::KeyValueData;
-  const Bytes surface = Encode(*Chain(MipmapType::Surface, 8, 8, 1, formats::A8B8G8R8, 4), ktx);
   const Bytes etc2 = Encode(*Chain(MipmapType::Surface, 8, 4, 1, Named("ETC2_RGBA8"), 2), ktx);
-  return {testing::WithKeyValues(surface, KeyValueData({{"KTXOrientation", std::string("S=r,T=u\0", 8)},
-                                                        {"AlPitch", std::string("\x08\0\0\0", 4)},
-                                                        {"AlChann", std::string(64, 'a')}})),
-          Encode(*Chain(MipmapType::Cube, 4, 4, 1, Named("DXT1"), 3), ktx),
-          Encode(*Chain(MipmapType::SurfaceArray, 6, 6, 3, formats::R5G6B5, 3), ktx),
-          Encode(*Chain(MipmapType::Volume, 4, 4, 4, formats::A8R8G8B8, 3), ktx),
-          testing::WithKeyValues(etc2, KeyValueData({{"AlChanl", std::string(16, 'e')}, {"Other", "x"}}))};
+  std::vector<Bytes> seeds =
+      EveryKind(ktx, formats::A8B8G8R8,
+                {testing::WithKeyValues(etc2, KeyValueData({{"AlChanl", std::string(16, 'e')}, {"Other", "x"}}))});
+  seeds[0] = testing::WithKeyValues(seeds[0], KeyValueData({{"KTXOrientation", std::string("S=r,T=u\0", 8)},
+                                                            {"AlPitch", std::string("\x08\0\0\0", 4)},
+                                                            {"AlChann", std::string(64, 'a')}}));
+  return seeds;
 }
 
 // Levels are whole after a cut (each holds all its faces or layers), so a
@@ -123,12 +116,10 @@ Truncated KTXTruncated(const Pyramid& whole) {
 
 std::vector<Bytes> ASTCSeeds() {
   const ImageFormat astc = ImageFormat::ASTC;
-  // 3-D blocks: a 6 x 6 x 6 volume of 3 x 3 x 3 blocks, made by hand.
-  Bytes blocks = {'\x13', '\xAB', '\xA1', '\x5C', 3, 3, 3, 6, 0, 0, 6, 0, 0, 6, 0, 0};
-  for (int i = 0; i < 8 * 16; ++i) blocks.push_back(static_cast<char>(i * 13));
   return {Encode(*Chain(MipmapType::Surface, 8, 8, 1, Named("ASTC_RGBA_4x4"), 1), astc),
           Encode(*Chain(MipmapType::Surface, 13, 9, 1, Named("ASTC_RGBA_12x10"), 1), astc),
-          Encode(*Chain(MipmapType::Volume, 8, 8, 6, Named("ASTC_RGBA_6x6"), 1), astc), blocks};
+          Encode(*Chain(MipmapType::Volume, 8, 8, 6, Named("ASTC_RGBA_6x6"), 1), astc),
+          testing::ASTCFile(3, 3, 3, 6, 6, 6, 8 * 16)};  // 3-D blocks, which no chain of surfaces makes
 }
 
 const Container kContainers[] = {

@@ -4,6 +4,11 @@
 #include <fstream>
 #include <iterator>
 #include <sstream>
+#include <tuple>
+
+#include "lumo/image/mipmaps.h"
+#include "support/descriptors.h"
+#include "support/surfaces.h"
 
 #ifndef LMIMAGE_CORPUS_DIR
 #define LMIMAGE_CORPUS_DIR "../shared/corpus"
@@ -60,6 +65,27 @@ Bytes Encode(const Pyramid& pyramid, ImageFormat format) {
   size_t size = 0;
   const std::shared_ptr<char> file = ImageFactory::Instance()->Serialize(format, &pyramid, &size, 0);
   return file ? Bytes(file.get(), file.get() + size) : Bytes();
+}
+
+::testing::AssertionResult RoundTrips(const Pyramid& pyramid, ImageFormat format, Bytes* file) {
+  const Bytes written = Encode(pyramid, format);
+  if (file != nullptr) *file = written;
+  const auto image = Decode(written, format);
+  if (written.empty() || !image) return ::testing::AssertionFailure() << "not written or not read back";
+  const auto back = image->GetPyramid(false);
+  const auto shape = [](const Pyramid& p) {
+    return std::make_tuple(p.Type(), V(p.Format()), p.LevelsCurrent(), p.ArrayLength());
+  };
+  if (shape(*back) != shape(pyramid)) return ::testing::AssertionFailure() << "kind, format, levels or layers differ";
+  for (unsigned long long level = 0; level < back->LevelsCurrent(); ++level) {
+    const auto a = pyramid.GetMipmap(level), b = back->GetMipmap(level);
+    if (std::make_tuple(b->Width(), b->Height(), b->Depth()) != std::make_tuple(a->Width(), a->Height(), a->Depth()) ||
+        LevelBytes(*back, level) != LevelBytes(pyramid, level)) {
+      return ::testing::AssertionFailure() << "level " << level << " differs";
+    }
+  }
+  if (Encode(*back, format) != written) return ::testing::AssertionFailure() << "written again, the file differs";
+  return ::testing::AssertionSuccess();
 }
 
 }  // namespace lumo::image::testing

@@ -2,6 +2,8 @@
 // through the image factory).
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <memory>
 #include <optional>
 #include <string>
@@ -32,5 +34,10 @@ std::optional<std::vector<CorpusRow>> CorpusRows(const std::string& container);
 std::shared_ptr<Image> Decode(const Bytes& bytes, ImageFormat format = ImageFormat::UNKNOWN);
 // The pyramid written as `format`; empty when the writer refuses.
 Bytes Encode(const Pyramid& pyramid, ImageFormat format);
+
+// Writes `pyramid` as `format` (the file goes to `file` when given), reads it
+// back and compares every level: kind, format, layers, extent and the bytes of
+// every element; writing what was read must give the same file.
+::testing::AssertionResult RoundTrips(const Pyramid& pyramid, ImageFormat format, Bytes* file = nullptr);
 
 }  // namespace lumo::image::testing

@@ -16,6 +16,17 @@ std::string Tight(const SurfaceData& s) {
   return out;
 }
 
+std::string LevelBytes(const Pyramid& pyramid, ull level, bool all) {
+  const auto mipmap = pyramid.GetMipmap(level);
+  if (const auto* volume = dynamic_cast<const Volume*>(mipmap.get()); volume != nullptr && !volume->IsSliceable()) {
+    return volume->Data() ? std::string(volume->Buffer(), volume->Size()) : std::string();
+  }
+  all = all || mipmap->Type() == MipmapType::Volume;
+  std::string bytes;
+  for (ull i = 0; i < (all ? mipmap->GetSurfaceCount() : 1); ++i) bytes += Tight(*mipmap->GetSurface(i)->Data());
+  return bytes;
+}
+
 std::shared_ptr<Surface> CountingSurface(ull width, ull height, PixelFormatDescriptor format, int first) {
   auto s = std::make_shared<Surface>(width, height, format, 2);
   for (ull i = 0; i < s->Size(); ++i) s->Buffer()[i] = static_cast<char>(first + i);

@@ -15,6 +15,11 @@ namespace lumo::image::testing {
 // Rows without their padding, as a file stores them (block data unchanged).
 std::string Tight(const SurfaceData& surface);
 
+// The Tight bytes of a level's elements in stored order: every face, layer or
+// slice, or only the first unless `all` (a volume: always every slice; one of
+// 3-D blocks, which has no slices to view: its stored blocks).
+std::string LevelBytes(const Pyramid& pyramid, unsigned long long level, bool all = true);
+
 // A surface with rows padded to four bytes whose byte i holds first + i.
 std::shared_ptr<Surface> CountingSurface(unsigned long long width, unsigned long long height,
                                          PixelFormatDescriptor format = formats::R8, int first = 1);

@@ -93,8 +93,7 @@ TEST(PKMRead, HeaderRules) {
     size_t cut;                                       // bytes dropped from the end
     std::string log;
   } cases[] = {
-      {"version 3.0", {{4, 0x3330}}, 0, "PKM(A) file is not of version 1.0 or 2.0, but 3.0.\n"},
-      {"extended width 4 more", {{8, 36}}, 0, kArea},
+      {"extended width 4 above the width", {{8, 34}}, 0, kArea},
       {"extended height below the image", {{10, 16}}, 0, kArea},
       // clang-format off
       {"version 1.0 with code 1", {{4, 0x3130}}, 0,

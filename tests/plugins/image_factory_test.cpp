@@ -129,14 +129,12 @@ TEST_F(ImageFactoryTest, NamesAndSerializationGoThroughTheRegisteredPlugin) {
   EXPECT_FALSE(Pyramid::Make(std::vector<std::shared_ptr<Mipmap>>{}, ImageOrigin::TopDown)->ToImage(kFirst, &size, 0));
 }
 
-TEST(ImageFactoryBuiltIns, ConstantsKeepTheirPublishedValues) {
-  const std::pair<int, int> flags[] = {
-      {ISF_JPEG_QUALITYSUPERB, 0x80}, {ISF_PNG_Z_BEST_COMPRESSION, 9}, {ISF_PNG_Z_NO_COMPRESSION, 0x100},
-      {ISF_PNG_INTERLACED, 0x200},    {ISF_TARGA_SAVE_RLE, 2},          {ISF_HDR_RLE, 1},
-      {ISF_OPENEXR_DWAB, 9},          {ISF_CRN_QUALITYMASK, 0xFF},      {ISF_KTX2_SUPERCOMPRESSION_SCHEME_MASK, 0xF00},
-  };
-  for (const auto& [value, expected] : flags) EXPECT_EQ(value, expected);
-  EXPECT_TRUE(ImageFactory::Instance()->IsRegistered(ImageFormat::DDS));
+// The corpus and hostile-input suites skip a container whose plugin is missing.
+TEST(ImageFactoryBuiltIns, EveryContainerIsRegistered) {
+  for (const ImageFormat format :
+       {ImageFormat::DDS, ImageFormat::KTX, ImageFormat::PKM, ImageFormat::PVR, ImageFormat::ASTC, ImageFormat::PKMA}) {
+    EXPECT_TRUE(ImageFactory::Instance()->IsRegistered(format)) << static_cast<int>(format);
+  }
   EXPECT_STREQ(ImageFactory::FormatToString(ImageFormat::DDS), "DDS");
 }
 

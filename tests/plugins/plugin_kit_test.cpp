@@ -31,9 +31,8 @@ using testing::LogCapture;
 using ull = unsigned long long;
 
 TEST(ByteReader, FieldsInBothByteOrders) {
-  const char bytes[] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 19, 20, 21, 22, 23, 24,
-                        25, 26, 27, 28, 29, 30, 31, 32, 33, 34, 35, 36, 37, 38, 39, 40, 41, 42, 43};
-  ByteReader in(bytes, sizeof bytes);
+  const auto bytes = testing::Counting(43);  // 1, 2, 3, ...
+  ByteReader in(bytes.get(), 43);
   std::uint8_t u8 = 0;
   std::uint16_t le16 = 0, be16 = 0;
   std::uint32_t le24 = 0, be24 = 0, le32 = 0, be32 = 0;
@@ -87,17 +86,12 @@ TEST(ByteReader, LinesNeedTheirNewline) {
   const std::string text = "#?RADIANCE\r\nFORMAT=32-bit_rle_rgbe\n\n-Y 2 +X 3";
   ByteReader in(text.data(), text.size());
   std::string_view line;
-  ASSERT_TRUE(in.Line(&line, 100));
-  EXPECT_EQ(line, "#?RADIANCE");
-  ASSERT_TRUE(in.Line(&line, 100));
-  EXPECT_EQ(line, "FORMAT=32-bit_rle_rgbe");
-  ASSERT_TRUE(in.Line(&line, 100));
-  EXPECT_EQ(line, "");
+  for (const char* expected : {"#?RADIANCE", "FORMAT=32-bit_rle_rgbe", ""}) {
+    ASSERT_TRUE(in.Line(&line, 100));
+    EXPECT_EQ(line, expected);
+  }
   EXPECT_FALSE(in.Line(&line, 100)) << "the last line has no newline";
-  EXPECT_EQ(line, "");
-
-  ByteReader limited(text.data(), text.size());
-  EXPECT_FALSE(limited.Line(&line, 5)) << "no newline within the length limit";
+  EXPECT_FALSE(ByteReader(text.data(), text.size()).Line(&line, 5)) << "no newline within the length limit";
 }
 
 TEST(ByteWriter, FieldsPaddingAndNoWritePastTheEnd) {
@@ -206,14 +200,12 @@ TEST(EntryGuard, EveryThrowBecomesTheFailureResult) {
 
 TEST(DecodeLimit, RefusesBeforeAllocatingWithOneLine) {
   ASSERT_EQ(MaxDecodePixels(), kDefaultMaxDecodePixels);
-  EXPECT_EQ(kDefaultMaxDecodePixels, 16384ull * 16384ull);
   struct Case {
     ull width, height, depth;
     const char* line;  // nullptr: within the limit
   } cases[] = {
       {16384, 16384, 1, nullptr},
       {16385, 16384, 1, "TGA image of 16385 x 16384 pixels exceeds the decode limit of 268435456 pixels"},
-      {65535, 65535, 1, "TGA image of 65535 x 65535 pixels exceeds the decode limit of 268435456 pixels"},
       {1024, 1024, 256, nullptr},
       {1024, 1024, 257, "TGA image of 1024 x 1024 x 257 pixels exceeds the decode limit of 268435456 pixels"},
       {1ull << 32, 1ull << 32, 1, "TGA image of 4294967296 x 4294967296 pixels exceeds"},

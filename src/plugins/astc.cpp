@@ -25,8 +25,9 @@
 // Bounds. The header's sizes are compared with the buffer: a file whose
 // blocks are shorter than its width, height and depth need is refused
 // (Image::Null) with one log line giving the bytes needed and the bytes
-// there. Bytes after the blocks are ignored. 3-D blocks always load as a
-// volume, also one slice deep, since only volumes size them as 3-D blocks.
+// there. Bytes after the blocks are ignored. The image depth alone chooses
+// between surface and volume; a surface sizes 3-D blocks as one block per
+// pixel, so a one-slice file of them is refused as too short.
 
 namespace lumo::image {
 namespace {
@@ -82,12 +83,7 @@ std::shared_ptr<Image> Decode(const std::shared_ptr<char>& data, std::size_t siz
     return Image::Null;
   }
 
-  // A depth above 1 makes a volume, also of 2-D blocks. 3-D blocks make one
-  // even at depth 1: only volumes size them as 3-D blocks (a 2-D view would
-  // count each pixel as a block and reach far past the file's data).
-  unsigned char block_width = 0, block_height = 0, block_depth = 0;
-  ASTCBlockDimension(format, &block_width, &block_height, &block_depth);
-  const bool volume = depth != 1 || block_depth > 1;
+  const bool volume = depth != 1;
   const Extent extent{width, height, depth};
   const LevelViews views(data, size, format);
   const u64 bytes = views.Bytes(extent, volume);
@@ -178,20 +174,8 @@ class ImageASTCPlugin : public ImagePlugin {
     return detail::Guarded(kGuard, Image::Null, [&] { return Decode(data, size); });
   }
 
-  // Level 0 only, as the base writer does, except that a volume is written
-  // whole with its depth: the file holds a volume as well as a surface, and a
-  // volume read from a file then writes back as the same file. The base writer
-  // would keep slice 0 only, and finds no slice at all in 3-D blocks.
-  std::shared_ptr<char> Serialize(const Pyramid* pyramid, size_t* size, int flags) override {
-    if (pyramid == nullptr || size == nullptr) return nullptr;
-    const std::shared_ptr<Mipmap> level = pyramid->GetMipmap(0);
-    const auto* volume = dynamic_cast<const Volume*>(level.get());
-    if (volume == nullptr || !volume->Data()) return ImagePlugin::Serialize(pyramid, size, flags);
-    return detail::Guarded(kGuard, std::shared_ptr<char>(), [&] {
-      const std::shared_ptr<VolumeData>& data = volume->Data();
-      return Encode(data->Format(), data->Width(), data->Height(), data->Depth(), data->Buffer(), data->Size(), size);
-    });
-  }
+  // A pyramid is written as its level 0, surface 0 (a volume's first slice).
+  using ImagePlugin::Serialize;
 
   std::shared_ptr<char> Serialize(const SurfaceData* surface, size_t* size, int /*flags*/) override {
     if (surface == nullptr || size == nullptr) return nullptr;

@@ -333,12 +333,6 @@ class ImageKTX final : public detail::ContainerImage {
   KTXFileInfo info_;
 };
 
-bool HasThreeDimensionalBlocks(const PixelFormatDescriptor& format) {
-  unsigned char width = 0, height = 0, depth = 0;
-  ASTCBlockDimension(format, &width, &height, &depth);
-  return depth > 1;
-}
-
 // The one place where header values are judged; logs what needs a log line,
 // and false means Image::Null.
 bool ValidateHeader(const FileHeader& h, Layout* out) {
@@ -373,17 +367,6 @@ bool ValidateHeader(const FileHeader& h, Layout* out) {
     lumo::log::CLogError(LogChannel, "Ktx cube array not implemented!");
     return false;
   }
-  if (HasThreeDimensionalBlocks(layout.format)) {
-    // Surfaces, faces and layers are sized in 2-D blocks; only a volume sizes
-    // 3-D ones, so a plain texture of them is a volume, even one slice deep.
-    if (layout.kind != Kind::Surface && layout.kind != Kind::Volume) {
-      lumo::log::LogError(LogChannel, "KTX %s holds 3-D blocks but is not a volume texture.",
-                          ToString(layout.format).c_str());
-      return false;
-    }
-    layout.kind = Kind::Volume;
-  }
-
   // Past a full chain every level would be 1 x 1 again; the cap also keeps a
   // small file from asking for millions of levels.
   const u32 mips = h.mip_levels == 0 ? 1u : h.mip_levels;

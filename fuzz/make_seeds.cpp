@@ -36,6 +36,8 @@ struct SaveFlag {
   const char* suffix;
 };
 const SaveFlag kSaveFlags[] = {
+    {ImageFormat::JPG, ISF_JPEG_QUALITYSUPERB, "superb"},
+    {ImageFormat::JPG, ISF_JPEG_QUALITYBAD, "bad"},
     {ImageFormat::TGA, ISF_TARGA_SAVE_RLE, "rle"},
     {ImageFormat::PNG, ISF_PNG_INTERLACED, "interlaced"},
     {ImageFormat::HDR, ISF_HDR_RLE, "rle"},

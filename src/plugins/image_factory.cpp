@@ -8,6 +8,7 @@
 #include "lumo/image/surface_data.h"
 #include "plugins/astc.h"
 #include "plugins/dds.h"
+#include "plugins/jpeg.h"
 #include "plugins/ktx.h"
 #include "plugins/pkm.h"
 #include "plugins/pvr.h"
@@ -86,6 +87,7 @@ ImageFactory::ImageFactory() : plugins_{} {
   order_.reserve(kTableSize);
   // Registration order is detection order (new plugins: see CONTRIBUTING.md): BMP, JPG, PNG, TGA, GIF, HDR, DDS,
   // KTX, PKM, PVR, ASTC, PKMA, as far as each format is available.
+  Register(detail::JPGPlugin());
   Register(detail::DDSPlugin());
   Register(detail::KTXPlugin());
   Register(detail::PKMPlugin());

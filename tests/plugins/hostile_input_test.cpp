@@ -122,7 +122,17 @@ std::vector<Bytes> ASTCSeeds() {
           testing::ASTCFile(3, 3, 3, 6, 6, 6, 8 * 16)};  // 3-D blocks, which no chain of surfaces makes
 }
 
+// Pictures whose coded data differs in kind: colour with chroma subsampled, the
+// 5-6-5 path, a one-row strip and a block of noise.
+std::vector<Bytes> JPGSeeds() {
+  const ImageFormat jpg = ImageFormat::JPG;
+  return {Encode(*Chain(MipmapType::Surface, 19, 13, 1, formats::B8G8R8, 1), jpg),
+          Encode(*Chain(MipmapType::Surface, 8, 8, 1, formats::R5G6B5, 1), jpg),
+          Encode(*Chain(MipmapType::Surface, 40, 1, 1, formats::A8R8G8B8, 1), jpg)};
+}
+
 const Container kContainers[] = {
+    {"JPG", ImageFormat::JPG, JPGSeeds, 330, true, AlwaysRefused},
     {"DDS", ImageFormat::DDS, DDSSeeds, 148, false, DDSTruncated},
     {"KTX", ImageFormat::KTX, KTXSeeds, 160, false, KTXTruncated},
     {"PKM", ImageFormat::PKM, PKMSeeds, 16, true, AlwaysRefused},

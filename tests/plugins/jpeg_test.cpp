@@ -1,0 +1,247 @@
+// The JPEG plugin: what each writable layout turns into, the quality flags,
+// the refusals, and how hostile headers and corrupt data end.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "lumo/image/formats.h"
+#include "lumo/image/image_factory.h"
+#include "lumo/image/pyramid.h"
+#include "lumo/image/surface_data.h"
+#include "support/bytes.h"
+#include "support/files.h"
+#include "support/log_capture.h"
+#include "support/surfaces.h"
+
+namespace lumo::image {
+namespace {
+
+using testing::Bytes;
+using ull = unsigned long long;
+
+constexpr ull kW = 37, kH = 21;  // odd sizes: partial blocks and padded rows
+
+// The test picture's R, G, B at (x, y): gradients with a little texture.
+void Rgb(ull x, ull y, unsigned char rgb[3]) {
+  rgb[0] = static_cast<unsigned char>(x * 6 + (y & 3) * 9);
+  rgb[1] = static_cast<unsigned char>(y * 11 + (x % 5) * 7);
+  rgb[2] = static_cast<unsigned char>(40 + x * 3 + y * 4 + ((x * y) & 7));
+}
+
+// How a writable format stores the picture.
+struct Layout {
+  PixelFormatDescriptor format;
+  ull bytes;            // per pixel
+  unsigned green_bits;  // 5, 6 or 8; red and blue have 5 when the pixel has 2 bytes
+  bool red_low;         // red in byte 0 or bits 0-4
+};
+
+// The picture stored in `layout`; fields narrower than 8 bits keep the high bits.
+std::shared_ptr<SurfaceDataBitmap> Picture(const Layout& layout) {
+  const auto s = SurfaceDataBitmap::Create(kW, kH, layout.format, 2);
+  for (ull y = 0; y < kH; ++y) {
+    unsigned char* p = reinterpret_cast<unsigned char*>(s->Buffer() + y * s->BytesPerRow());
+    for (ull x = 0; x < kW; ++x, p += layout.bytes) {
+      unsigned char c[3];
+      Rgb(x, y, c);
+      const unsigned low = layout.red_low ? c[0] : c[2], high = layout.red_low ? c[2] : c[0];
+      if (layout.bytes == 2) {
+        const unsigned g = layout.green_bits;
+        const unsigned v = (low >> 3) | (c[1] >> (8 - g)) << 5 | (high >> 3) << (5 + g) | (g == 5 ? (x & 1) << 15 : 0);
+        p[0] = static_cast<unsigned char>(v);
+        p[1] = static_cast<unsigned char>(v >> 8);
+        continue;
+      }
+      p[0] = static_cast<unsigned char>(low);
+      p[1] = c[1];
+      p[2] = static_cast<unsigned char>(high);
+      if (layout.bytes == 4) p[3] = static_cast<unsigned char>(x * 31 + y);  // alpha or filler: dropped
+    }
+  }
+  return s;
+}
+
+// The picture as B8G8R8 with the low bits that `layout` lacks cleared.
+std::shared_ptr<SurfaceDataBitmap> Reference(const Layout& layout) {
+  const unsigned rb_bits = layout.bytes == 2 ? 5 : 8;
+  const unsigned char masks[3] = {static_cast<unsigned char>(0xFF << (8 - rb_bits)),
+                                  static_cast<unsigned char>(0xFF << (8 - layout.green_bits)),
+                                  static_cast<unsigned char>(0xFF << (8 - rb_bits))};
+  const auto s = Picture({formats::B8G8R8, 3, 8, true});
+  for (ull y = 0; y < kH; ++y) {
+    char* row = s->Buffer() + y * s->BytesPerRow();
+    for (ull i = 0; i < kW * 3; ++i) row[i] = static_cast<char>(row[i] & masks[i % 3]);
+  }
+  return s;
+}
+
+const Layout kRGB{formats::B8G8R8, 3, 8, true};
+
+Bytes Write(const SurfaceData& s, int flags = 0) {
+  size_t size = 0;
+  const std::shared_ptr<char> file = ImageFactory::Instance()->Serialize(ImageFormat::JPG, &s, &size, flags);
+  return file ? Bytes(file.get(), file.get() + size) : Bytes();
+}
+
+TEST(JPEG, EveryWritableLayoutWritesTheFileOfItsRGBPicture) {
+  // 5-bit fields are written shifted up with their low bits clear; alpha and filler bytes drop.
+  const Layout rows[] = {
+      {formats::R8G8B8, 3, 8, false},     {formats::B8G8R8, 3, 8, true},     {formats::A8R8G8B8, 4, 8, false},
+      {formats::A8B8G8R8, 4, 8, true},    {formats::X8R8G8B8, 4, 8, false},  {formats::X8B8G8R8, 4, 8, true},
+      {formats::s_X8R8G8B8, 4, 8, false}, {formats::s_A8B8G8R8, 4, 8, true}, {formats::s_A8R8G8B8, 4, 8, false},
+      {formats::A1R5G5B5, 2, 5, false},   {formats::A1B5G5R5, 2, 5, true},   {formats::R5G6B5, 2, 6, false},
+      {formats::B5G6R5, 2, 6, true},
+  };
+  testing::LogCapture log;
+  for (const Layout& row : rows) {
+    SCOPED_TRACE(ToString(row.format));
+    const Bytes expected = Write(*Reference(row));
+    ASSERT_FALSE(expected.empty());
+    EXPECT_TRUE(Write(*Picture(row)) == expected);
+  }
+  EXPECT_TRUE(log.lines.empty()) << log.All();
+}
+
+TEST(JPEG, QualityFlags) {
+  const auto picture = Picture(kRGB);
+  const Bytes normal = Write(*picture, ISF_JPEG_QUALITYNORMAL);
+  // Anything but exactly one flag is normal quality.
+  for (int flags : {0, ISF_JPEG_QUALITYGOOD | ISF_JPEG_QUALITYBAD, 1, ISF_PNG_INTERLACED | 0x1000}) {
+    EXPECT_TRUE(Write(*picture, flags) == normal) << flags;
+  }
+  // Better settings keep more: strictly larger files from worst to best.
+  size_t smaller = 0;
+  for (int flags : {ISF_JPEG_QUALITYBAD, ISF_JPEG_QUALITYAVERAGE, ISF_JPEG_QUALITYNORMAL, ISF_JPEG_QUALITYGOOD,
+                    ISF_JPEG_QUALITYSUPERB}) {
+    const size_t size = Write(*picture, flags).size();
+    EXPECT_GT(size, smaller) << flags;
+    smaller = size;
+  }
+}
+
+TEST(JPEG, DecodesToB8G8R8CloseToWhatWasWritten) {
+  const Bytes file = Write(*Picture(kRGB), ISF_JPEG_QUALITYSUPERB);
+  const auto image = testing::Decode(file);
+  ASSERT_TRUE(image);
+  EXPECT_EQ(image->Format(), ImageFormat::JPG);
+  const auto data = image->GetPyramid(false)->GetSurface(0)->Data();
+  ASSERT_EQ(data->Format(), formats::B8G8R8);
+  ASSERT_EQ(data->BytesPerRow(), (kW * 3 + 3) & ~3ull);
+  int worst = 0;
+  for (ull y = 0; y < kH; ++y) {
+    const auto* row = reinterpret_cast<const unsigned char*>(data->Buffer() + y * data->BytesPerRow());
+    for (ull x = 0; x < kW; ++x) {
+      unsigned char c[3];
+      Rgb(x, y, c);
+      for (int i = 0; i < 3; ++i) worst = std::max(worst, std::abs(int{row[x * 3 + i]} - int{c[i]}));
+    }
+    for (ull i = kW * 3; i < data->BytesPerRow(); ++i) EXPECT_EQ(row[i], 0) << "padding of row " << y;
+  }
+  // The texture's sharp steps cost a little even at the best setting; a channel mix-up costs far more.
+  EXPECT_LT(worst, 48);
+}
+
+TEST(JPEG, RefusesWhatItCannotWrite) {
+  const struct {
+    PixelFormatDescriptor format;
+    const char* name;
+  } rows[] = {{formats::R16, "R16"}, {formats::A16R16G16B16, "A16R16G16B16"}, {formats::A4R4G4B4, "A4R4G4B4"}};
+  for (const auto& row : rows) {
+    testing::LogCapture log;
+    const auto surface = SurfaceDataBitmap::Create(4, 4, row.format, 2);
+    size_t size = 77;
+    EXPECT_FALSE(ImageFactory::Instance()->Serialize(ImageFormat::JPG, surface.get(), &size, 0));
+    EXPECT_EQ(size, 77u);
+    EXPECT_TRUE(log.OnlyLineContains(std::string("Can not convert format ") + row.name + " to jpg"));
+  }
+}
+
+TEST(JPEG, Signature) {
+  const Bytes file = Write(*Picture(kRGB));
+  Bytes trailing = file;
+  trailing.push_back(0);
+  const struct {
+    Bytes bytes;
+    bool accepted;
+  } rows[] = {{file, true},
+              {trailing, false},
+              {{'\xFF', '\xD8', '\xFF', '\xD9'}, true},
+              {{'\xFF', '\xD8', '\xD9'}, false},
+              {Bytes(file.begin() + 1, file.end()), false}};
+  for (const auto& row : rows) {
+    EXPECT_EQ(ImageFactory::Instance()->CheckFormat(ImageFormat::JPG, row.bytes.data(), row.bytes.size()),
+              row.accepted);
+  }
+}
+
+// The offset of the first marker FF `code` (0 when there is none).
+size_t Marker(const Bytes& file, unsigned code) {
+  for (size_t i = 2; i + 9 < file.size(); ++i) {
+    if (static_cast<unsigned char>(file[i]) == 0xFF && static_cast<unsigned char>(file[i + 1]) == code) return i;
+  }
+  return 0;
+}
+
+// The frame header's height field (after the baseline or progressive marker, its length and precision).
+size_t FrameSize(const Bytes& file) {
+  const size_t at = Marker(file, 0xC0) != 0 ? Marker(file, 0xC0) : Marker(file, 0xC2);
+  return at != 0 ? at + 5 : 0;
+}
+
+Bytes WithSize(Bytes file, unsigned width, unsigned height) {
+  const size_t at = FrameSize(file);
+  file[at] = static_cast<char>(height >> 8);
+  file[at + 1] = static_cast<char>(height);
+  file[at + 2] = static_cast<char>(width >> 8);
+  file[at + 3] = static_cast<char>(width);
+  return file;
+}
+
+TEST(JPEG, HostileHeadersAreRefusedBeforeTheyCostMemory) {
+  const Bytes file = Write(*Picture(kRGB));
+  ASSERT_NE(FrameSize(file), 0u);
+  {
+    testing::LogCapture log;
+    EXPECT_FALSE(testing::Decode(WithSize(file, 60000, 60000)));
+    EXPECT_TRUE(log.OnlyLineContains("JPEG image of 60000 x 60000 pixels exceeds the decode limit"));
+  }
+  // A progressive file declaring 16000 x 16000 (within the decode limit) would
+  // need 768 MB of coefficients before any data is read: libjpeg's own memory is bounded.
+  const auto progressive = testing::ReadFile(testing::CorpusDir() + "/jpeg/cjpeg_progressive.jpg");
+  if (!progressive) GTEST_SKIP() << "corpus not found";
+  testing::LogCapture log;
+  EXPECT_FALSE(testing::Decode(WithSize(*progressive, 16000, 16000)));
+  EXPECT_TRUE(log.OnlyLineContains("JPEG Error: "));
+}
+
+TEST(JPEG, CorruptDataLoadsWithOneWarningOrIsRefused) {
+  const Bytes file = Write(*Picture(kRGB));
+  const size_t data = (Marker(file, 0xDA) + file.size()) / 2;  // half way into the coded data
+  {
+    // Cut short (read as JPG, as detection wants the end marker): the rest is grey, one warning.
+    testing::LogCapture log;
+    const Bytes cut(file.begin(), file.begin() + static_cast<long>(data));
+    EXPECT_TRUE(testing::Decode(cut, ImageFormat::JPG));
+    ASSERT_EQ(log.lines.size(), 1u) << log.All();
+    EXPECT_EQ(log.lines[0].severity, log::Severity::Warning);
+  }
+  {
+    // Markers all over the coded data: libjpeg recovers each time, far too
+    // often to trust the picture, and the warnings are not repeated.
+    Bytes bad = Write(*testing::Filled(128, 128, formats::B8G8R8, 5)->Data());
+    for (size_t i = Marker(bad, 0xDA) + 20; i + 4 < bad.size(); i += 3) bad[i] = '\xFF', bad[i + 1] = '\xD0';
+    testing::LogCapture log;
+    EXPECT_FALSE(testing::Decode(bad));
+    EXPECT_TRUE(log.OnlyLineContains("too many warnings"));
+  }
+  testing::LogCapture log;
+  EXPECT_FALSE(testing::Decode(Bytes(file.begin(), file.begin() + 20), ImageFormat::JPG));
+  EXPECT_TRUE(log.OnlyLineContains("JPEG Error: "));
+}
+
+}  // namespace
+}  // namespace lumo::image

@@ -11,6 +11,7 @@
 #include "plugins/jpeg.h"
 #include "plugins/ktx.h"
 #include "plugins/pkm.h"
+#include "plugins/png.h"
 #include "plugins/pvr.h"
 
 namespace lumo::image {
@@ -88,6 +89,7 @@ ImageFactory::ImageFactory() : plugins_{} {
   // Registration order is detection order (new plugins: see CONTRIBUTING.md): BMP, JPG, PNG, TGA, GIF, HDR, DDS,
   // KTX, PKM, PVR, ASTC, PKMA, as far as each format is available.
   Register(detail::JPGPlugin());
+  Register(detail::PNGPlugin());
   Register(detail::DDSPlugin());
   Register(detail::KTXPlugin());
   Register(detail::PKMPlugin());

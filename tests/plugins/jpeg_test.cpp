@@ -3,9 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <cstdlib>
 #include <memory>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "lumo/image/formats.h"
@@ -32,54 +32,41 @@ void Rgb(ull x, ull y, unsigned char rgb[3]) {
   rgb[2] = static_cast<unsigned char>(40 + x * 3 + y * 4 + ((x * y) & 7));
 }
 
-// How a writable format stores the picture.
+// How a writable format stores the picture: bytes per pixel, bits of red and
+// blue, of green, and whether red is in byte 0 (or bits 0-4).
 struct Layout {
   PixelFormatDescriptor format;
-  ull bytes;            // per pixel
-  unsigned green_bits;  // 5, 6 or 8; red and blue have 5 when the pixel has 2 bytes
-  bool red_low;         // red in byte 0 or bits 0-4
+  unsigned bytes, bits, green_bits;
+  bool red_low;
 };
+const Layout kRGB{formats::B8G8R8, 3, 8, 8, true};
 
-// The picture stored in `layout`; fields narrower than 8 bits keep the high bits.
-std::shared_ptr<SurfaceDataBitmap> Picture(const Layout& layout) {
+// The picture with each channel cut to the bits of `cut` (kept high), stored as `layout`.
+std::shared_ptr<SurfaceDataBitmap> Picture(const Layout& layout, const Layout& cut) {
   const auto s = SurfaceDataBitmap::Create(kW, kH, layout.format, 2);
   for (ull y = 0; y < kH; ++y) {
-    unsigned char* p = reinterpret_cast<unsigned char*>(s->Buffer() + y * s->BytesPerRow());
+    auto* p = reinterpret_cast<unsigned char*>(s->Buffer() + y * s->BytesPerRow());
     for (ull x = 0; x < kW; ++x, p += layout.bytes) {
       unsigned char c[3];
       Rgb(x, y, c);
-      const unsigned low = layout.red_low ? c[0] : c[2], high = layout.red_low ? c[2] : c[0];
+      const unsigned g = c[1] >> (8 - cut.green_bits) << (8 - cut.green_bits);
+      const unsigned r = c[0] >> (8 - cut.bits) << (8 - cut.bits), b = c[2] >> (8 - cut.bits) << (8 - cut.bits);
+      const unsigned low = layout.red_low ? r : b, high = layout.red_low ? b : r;
       if (layout.bytes == 2) {
-        const unsigned g = layout.green_bits;
-        const unsigned v = (low >> 3) | (c[1] >> (8 - g)) << 5 | (high >> 3) << (5 + g) | (g == 5 ? (x & 1) << 15 : 0);
+        const unsigned v = low >> 3 | (g >> (8 - layout.green_bits)) << 5 | (high >> 3) << (5 + layout.green_bits);
         p[0] = static_cast<unsigned char>(v);
-        p[1] = static_cast<unsigned char>(v >> 8);
+        p[1] =
+            static_cast<unsigned char>(v >> 8 | (layout.green_bits == 5 ? x & 1 : 0) << 7);  // 1-5-5-5 alpha: dropped
         continue;
       }
       p[0] = static_cast<unsigned char>(low);
-      p[1] = c[1];
+      p[1] = static_cast<unsigned char>(g);
       p[2] = static_cast<unsigned char>(high);
-      if (layout.bytes == 4) p[3] = static_cast<unsigned char>(x * 31 + y);  // alpha or filler: dropped
+      if (layout.bytes == 4) p[3] = static_cast<unsigned char>(x * 31 + y);  // alpha or filler, dropped
     }
   }
   return s;
 }
-
-// The picture as B8G8R8 with the low bits that `layout` lacks cleared.
-std::shared_ptr<SurfaceDataBitmap> Reference(const Layout& layout) {
-  const unsigned rb_bits = layout.bytes == 2 ? 5 : 8;
-  const unsigned char masks[3] = {static_cast<unsigned char>(0xFF << (8 - rb_bits)),
-                                  static_cast<unsigned char>(0xFF << (8 - layout.green_bits)),
-                                  static_cast<unsigned char>(0xFF << (8 - rb_bits))};
-  const auto s = Picture({formats::B8G8R8, 3, 8, true});
-  for (ull y = 0; y < kH; ++y) {
-    char* row = s->Buffer() + y * s->BytesPerRow();
-    for (ull i = 0; i < kW * 3; ++i) row[i] = static_cast<char>(row[i] & masks[i % 3]);
-  }
-  return s;
-}
-
-const Layout kRGB{formats::B8G8R8, 3, 8, true};
 
 Bytes Write(const SurfaceData& s, int flags = 0) {
   size_t size = 0;
@@ -90,24 +77,26 @@ Bytes Write(const SurfaceData& s, int flags = 0) {
 TEST(JPEG, EveryWritableLayoutWritesTheFileOfItsRGBPicture) {
   // 5-bit fields are written shifted up with their low bits clear; alpha and filler bytes drop.
   const Layout rows[] = {
-      {formats::R8G8B8, 3, 8, false},     {formats::B8G8R8, 3, 8, true},     {formats::A8R8G8B8, 4, 8, false},
-      {formats::A8B8G8R8, 4, 8, true},    {formats::X8R8G8B8, 4, 8, false},  {formats::X8B8G8R8, 4, 8, true},
-      {formats::s_X8R8G8B8, 4, 8, false}, {formats::s_A8B8G8R8, 4, 8, true}, {formats::s_A8R8G8B8, 4, 8, false},
-      {formats::A1R5G5B5, 2, 5, false},   {formats::A1B5G5R5, 2, 5, true},   {formats::R5G6B5, 2, 6, false},
-      {formats::B5G6R5, 2, 6, true},
+      {formats::R8G8B8, 3, 8, 8, false},     {formats::B8G8R8, 3, 8, 8, true},
+      {formats::A8R8G8B8, 4, 8, 8, false},   {formats::A8B8G8R8, 4, 8, 8, true},
+      {formats::X8R8G8B8, 4, 8, 8, false},   {formats::X8B8G8R8, 4, 8, 8, true},
+      {formats::s_X8R8G8B8, 4, 8, 8, false}, {formats::s_A8B8G8R8, 4, 8, 8, true},
+      {formats::s_A8R8G8B8, 4, 8, 8, false}, {formats::A1R5G5B5, 2, 5, 5, false},
+      {formats::A1B5G5R5, 2, 5, 5, true},    {formats::R5G6B5, 2, 5, 6, false},
+      {formats::B5G6R5, 2, 5, 6, true},
   };
   testing::LogCapture log;
   for (const Layout& row : rows) {
     SCOPED_TRACE(ToString(row.format));
-    const Bytes expected = Write(*Reference(row));
+    const Bytes expected = Write(*Picture(kRGB, row));
     ASSERT_FALSE(expected.empty());
-    EXPECT_TRUE(Write(*Picture(row)) == expected);
+    EXPECT_TRUE(Write(*Picture(row, row)) == expected);
   }
   EXPECT_TRUE(log.lines.empty()) << log.All();
 }
 
 TEST(JPEG, QualityFlags) {
-  const auto picture = Picture(kRGB);
+  const auto picture = Picture(kRGB, kRGB);
   const Bytes normal = Write(*picture, ISF_JPEG_QUALITYNORMAL);
   // Anything but exactly one flag is normal quality.
   for (int flags : {0, ISF_JPEG_QUALITYGOOD | ISF_JPEG_QUALITYBAD, 1, ISF_PNG_INTERLACED | 0x1000}) {
@@ -123,28 +112,6 @@ TEST(JPEG, QualityFlags) {
   }
 }
 
-TEST(JPEG, DecodesToB8G8R8CloseToWhatWasWritten) {
-  const Bytes file = Write(*Picture(kRGB), ISF_JPEG_QUALITYSUPERB);
-  const auto image = testing::Decode(file);
-  ASSERT_TRUE(image);
-  EXPECT_EQ(image->Format(), ImageFormat::JPG);
-  const auto data = image->GetPyramid(false)->GetSurface(0)->Data();
-  ASSERT_EQ(data->Format(), formats::B8G8R8);
-  ASSERT_EQ(data->BytesPerRow(), (kW * 3 + 3) & ~3ull);
-  int worst = 0;
-  for (ull y = 0; y < kH; ++y) {
-    const auto* row = reinterpret_cast<const unsigned char*>(data->Buffer() + y * data->BytesPerRow());
-    for (ull x = 0; x < kW; ++x) {
-      unsigned char c[3];
-      Rgb(x, y, c);
-      for (int i = 0; i < 3; ++i) worst = std::max(worst, std::abs(int{row[x * 3 + i]} - int{c[i]}));
-    }
-    for (ull i = kW * 3; i < data->BytesPerRow(); ++i) EXPECT_EQ(row[i], 0) << "padding of row " << y;
-  }
-  // The texture's sharp steps cost a little even at the best setting; a channel mix-up costs far more.
-  EXPECT_LT(worst, 48);
-}
-
 TEST(JPEG, RefusesWhatItCannotWrite) {
   const struct {
     PixelFormatDescriptor format;
@@ -157,24 +124,6 @@ TEST(JPEG, RefusesWhatItCannotWrite) {
     EXPECT_FALSE(ImageFactory::Instance()->Serialize(ImageFormat::JPG, surface.get(), &size, 0));
     EXPECT_EQ(size, 77u);
     EXPECT_TRUE(log.OnlyLineContains(std::string("Can not convert format ") + row.name + " to jpg"));
-  }
-}
-
-TEST(JPEG, Signature) {
-  const Bytes file = Write(*Picture(kRGB));
-  Bytes trailing = file;
-  trailing.push_back(0);
-  const struct {
-    Bytes bytes;
-    bool accepted;
-  } rows[] = {{file, true},
-              {trailing, false},
-              {{'\xFF', '\xD8', '\xFF', '\xD9'}, true},
-              {{'\xFF', '\xD8', '\xD9'}, false},
-              {Bytes(file.begin() + 1, file.end()), false}};
-  for (const auto& row : rows) {
-    EXPECT_EQ(ImageFactory::Instance()->CheckFormat(ImageFormat::JPG, row.bytes.data(), row.bytes.size()),
-              row.accepted);
   }
 }
 
@@ -202,7 +151,7 @@ Bytes WithSize(Bytes file, unsigned width, unsigned height) {
 }
 
 TEST(JPEG, HostileHeadersAreRefusedBeforeTheyCostMemory) {
-  const Bytes file = Write(*Picture(kRGB));
+  const Bytes file = Write(*Picture(kRGB, kRGB));
   ASSERT_NE(FrameSize(file), 0u);
   {
     testing::LogCapture log;
@@ -219,15 +168,19 @@ TEST(JPEG, HostileHeadersAreRefusedBeforeTheyCostMemory) {
 }
 
 TEST(JPEG, CorruptDataLoadsWithOneWarningOrIsRefused) {
-  const Bytes file = Write(*Picture(kRGB));
-  const size_t data = (Marker(file, 0xDA) + file.size()) / 2;  // half way into the coded data
+  const Bytes file = Write(*Picture(kRGB, kRGB));
+  const size_t middle = (Marker(file, 0xDA) + file.size()) / 2;  // half way into the coded data
   {
     // Cut short (read as JPG, as detection wants the end marker): the rest is grey, one warning.
     testing::LogCapture log;
-    const Bytes cut(file.begin(), file.begin() + static_cast<long>(data));
-    EXPECT_TRUE(testing::Decode(cut, ImageFormat::JPG));
+    const auto image = testing::Decode(Bytes(file.begin(), file.begin() + static_cast<long>(middle)), ImageFormat::JPG);
+    ASSERT_TRUE(image);
     ASSERT_EQ(log.lines.size(), 1u) << log.All();
     EXPECT_EQ(log.lines[0].severity, log::Severity::Warning);
+    // B8G8R8 rows of 37 pixels are padded by one byte, which is cleared.
+    const auto data = image->GetPyramid(false)->GetSurface(0)->Data();
+    ASSERT_EQ(std::make_tuple(data->Format(), data->BytesPerRow()), std::make_tuple(formats::B8G8R8, kW * 3 + 1));
+    for (ull y = 0; y < kH; ++y) EXPECT_EQ(data->Buffer()[y * data->BytesPerRow() + kW * 3], 0) << y;
   }
   {
     // Markers all over the coded data: libjpeg recovers each time, far too

@@ -5,6 +5,8 @@
 // format, loaded again and compared with what was first loaded.
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <cstdint>
 #include <cstdlib>
 #include <iostream>
 #include <iterator>
@@ -15,6 +17,7 @@
 #include <tuple>
 #include <vector>
 
+#include "lumo/image/formats.h"
 #include "lumo/image/image_factory.h"
 #include "lumo/image/mipmaps.h"
 #include "lumo/image/pyramid.h"
@@ -69,18 +72,109 @@ using RefCheck = ::testing::AssertionResult (*)(const CorpusRow& row, const Pyra
   return ::testing::AssertionFailure() << "level 0 bytes differ from " << row.ref;
 }
 
+// A picture as the rgba8 refs hold it: R, G, B, A bytes, top row first, read
+// straight from the pixels' integer components as the refs' makers did: 16
+// bits give their high byte, fewer than 8 are widened (a 2-bit 3 is 255), and
+// a single component (A1 to A8, R16, ...) is grey. nullopt for float and
+// block formats.
+std::optional<std::string> Rgba8(const SurfaceData& data) {
+  PixelFormatMeta meta{};
+  if (!ParseFormat(data.Format(), &meta) || meta.compressed || HasFloatComponent(meta)) return std::nullopt;
+  const ull bpp = BitsPerPixel(meta, nullptr);
+  int used = 0;
+  for (const ComponentMeta& c : meta.components) {
+    used += c.component != PixelComponent::None && c.component != PixelComponent::X ? 1 : 0;
+  }
+  const auto* bytes = reinterpret_cast<const unsigned char*>(data.Buffer());
+  std::string out;
+  for (ull y = 0; y < data.Height(); ++y) {
+    for (ull x = 0; x < data.Width(); ++x) {
+      // Pixels are little-endian bit fields, packed from the low bits of each byte.
+      auto bits = [&](ull from, ull count) {
+        ull v = 0;
+        for (ull i = 0; i < count; ++i) {
+          const ull at = x * bpp + from + i;
+          v |= ull{(bytes[y * data.BytesPerRow() + at / 8] >> (at % 8)) & 1u} << i;
+        }
+        return v;
+      };
+      unsigned char rgba[4] = {0, 0, 0, 255};
+      ull high = bpp;  // slot 0 holds the most significant bits
+      for (const ComponentMeta& c : meta.components) {
+        if (c.component == PixelComponent::None) break;
+        high -= c.bits;
+        const ull v = bits(high, c.bits);
+        const auto v8 = static_cast<unsigned char>(c.bits >= 8 ? v >> (c.bits - 8) : v * 255 / ((1ull << c.bits) - 1));
+        if (used == 1 || c.component == PixelComponent::L) {
+          rgba[0] = rgba[1] = rgba[2] = v8;
+        } else if (c.component >= PixelComponent::R && c.component <= PixelComponent::A) {
+          rgba[static_cast<int>(c.component) - static_cast<int>(PixelComponent::R)] = v8;
+        }
+      }
+      out.append(reinterpret_cast<const char*>(rgba), 4);
+    }
+  }
+  return out;
+}
+
+// The data of a PNG's first chunk of `type`, or nothing.
+std::optional<std::string> PngChunkData(const Bytes& png, const char* type) {
+  for (size_t at = 8; at + 12 <= png.size(); at += 12 + testing::Get32BE(png, at)) {
+    const size_t length = testing::Get32BE(png, at);
+    if (std::string(&png[at + 4], 4) == type && at + 8 + length <= png.size()) {
+      return std::string(&png[at + 8], length);
+    }
+  }
+  return std::nullopt;
+}
+
+// PNG refs as the reader must decode them. The refs were made without gamma
+// correction; the reader corrects for a screen of 2.2 as libpng does, 8-bit
+// samples through floor(255 (v / 255)^g + 0.5) with g = 1 / (file gamma x
+// 2.2), unless g is within 0.05 of 1. And the refs' maker ignored the tRNS
+// grey of files below 8 bits (it compared it with the widened samples): such
+// a file's pixels of exactly that grey are transparent.
+void AdjustPngRef(const CorpusRow& row, std::string* rgba) {
+  const std::optional<Bytes> file = testing::ReadFile(testing::CorpusDir() + "/" + row.file);
+  if (!file || file->size() < 33) return;
+  const std::optional<std::string> gamma = PngChunkData(*file, "gAMA");
+  const double file_gamma = gamma && gamma->size() == 4 ? testing::Get32BE(Bytes(gamma->begin(), gamma->end()), 0) : 0;
+  if (file_gamma != 0 && std::abs(file_gamma * 2.2 - 1e5) >= 5000) {
+    const double g = std::floor(1e15 / file_gamma / 220000 + 0.5) * 1e-5;
+    for (size_t i = 0; i < rgba->size(); ++i) {
+      if (i % 4 == 3) continue;  // alpha is not corrected
+      const double v = static_cast<unsigned char>((*rgba)[i]) / 255.0;
+      (*rgba)[i] = static_cast<char>(std::floor(255 * std::pow(v, g) + 0.5));
+    }
+  }
+  const int depth = (*file)[24], color = (*file)[25];
+  const std::optional<std::string> trns = PngChunkData(*file, "tRNS");
+  if (color == 0 && depth < 8 && trns && trns->size() == 2) {
+    const int grey = static_cast<unsigned char>((*trns)[1]) * 255 / ((1 << depth) - 1);
+    for (size_t i = 0; i + 3 < rgba->size(); i += 4) {
+      if (static_cast<unsigned char>((*rgba)[i]) == grey) (*rgba)[i + 3] = 0;
+    }
+  }
+}
+
 // Decoded pixels against rgba8 refs (R, G, B, A bytes, top row first), each
 // channel within the row's "tol=N" (exact without one).
 ::testing::AssertionResult SameRgba8(const CorpusRow& row, const Pyramid& loaded, const Bytes& ref) {
   const auto surface = loaded.GetSurface(0);
-  const auto rgba = surface ? surface->Data()->ConvertCopy(formats::A8B8G8R8) : nullptr;  // bytes R, G, B, A
-  if (!rgba) return ::testing::AssertionFailure() << "level 0 does not convert to A8B8G8R8";
-  const std::string pixels = testing::Tight(*rgba);
-  if (pixels.size() != ref.size()) return ::testing::AssertionFailure() << "size differs from " << row.ref;
+  if (!surface) return ::testing::AssertionFailure() << "no level 0";
+  std::optional<std::string> pixels = Rgba8(*surface->Data());
+  if (!pixels) {
+    const auto rgba = surface->Data()->ConvertCopy(formats::A8B8G8R8);  // bytes R, G, B, A
+    if (!rgba) return ::testing::AssertionFailure() << "level 0 does not convert to A8B8G8R8";
+    pixels = testing::Tight(*rgba);
+  }
+  if (pixels->size() != ref.size()) return ::testing::AssertionFailure() << "size differs from " << row.ref;
+  std::string want_pixels(ref.begin(), ref.end());
+  if (row.container == "PNG") AdjustPngRef(row, &want_pixels);
   const size_t tol_at = row.notes.find("tol=");
   const int tolerance = tol_at == std::string::npos ? 0 : std::stoi(row.notes.substr(tol_at + 4));
   for (size_t i = 0; i < ref.size(); ++i) {
-    const int have = static_cast<unsigned char>(pixels[i]), want = static_cast<unsigned char>(ref[i]);
+    const int have = static_cast<unsigned char>((*pixels)[i]), want = static_cast<unsigned char>(want_pixels[i]);
     if (std::abs(have - want) > tolerance) {
       return ::testing::AssertionFailure() << "pixel " << i / 4 << " channel " << i % 4 << ": " << have << " vs "
                                            << want << " (tolerance " << tolerance << ")";
@@ -120,6 +214,20 @@ std::string LoggedText(const CorpusRow& row) {
   if (row.notes.rfind("logs ", 0) != 0) return "";
   return row.notes.substr(5, row.notes.find(';') - 5);
 }
+
+// Rows whose format column is wrong, with the byte that shows it: the
+// maker assumed that pnmtopng keeps 16-bit samples, but these sources hold
+// only 8 bits' worth and it stored them with depth 8 (IHDR byte 24).
+struct Erratum {
+  const char* file;
+  const char* format;
+  size_t offset;
+  char byte;
+};
+const Erratum kErrata[] = {
+    {"png/netpbm_rgb16.png", "R8G8B8", 24, 8},
+    {"png/netpbm_gray16_interlaced.png", "A8", 24, 8},
+};
 
 class Corpus : public ::testing::TestWithParam<const char*> {};
 
@@ -163,8 +271,13 @@ TEST_P(Corpus, FilesMatchTheManifestAndSurviveARoundTrip) {
 
     const auto pyramid = image->GetPyramid(false);
     ASSERT_TRUE(pyramid);
-    const std::vector<std::string> want = {row.type,  row.format, row.width, row.height,
-                                           row.depth, row.layers, row.faces, row.levels};
+    std::vector<std::string> want = {row.type,  row.format, row.width, row.height,
+                                     row.depth, row.layers, row.faces, row.levels};
+    for (const Erratum& e : kErrata) {
+      if (row.file != e.file) continue;
+      ASSERT_EQ(bytes->at(e.offset), e.byte) << "the erratum no longer holds";
+      want[1] = e.format;
+    }
     const std::vector<std::string> have = Properties(*image, *pyramid);
     const char* names[] = {"type", "format", "width", "height", "depth", "layers", "faces", "levels"};
     for (size_t i = 0; i < want.size(); ++i) {
@@ -206,7 +319,14 @@ TEST_P(Corpus, FilesMatchTheManifestAndSurviveARoundTrip) {
                   std::make_tuple(first->Data()->Format(), first->Data()->Width(), first->Data()->Height()));
         continue;
       }
-      EXPECT_TRUE(LevelBytes(*again->GetPyramid(false), 0) == testing::Tight(*first->Data()))
+      // A writer that converts the format (PNG writes A1 as 8-bit grey) must keep the picture.
+      const auto back = again->GetPyramid(false)->GetSurface(0)->Data();
+      if (back->Format() != first->Data()->Format()) {
+        EXPECT_EQ(Rgba8(*back), Rgba8(*first->Data())) << "the picture changed on the round trip";
+        EXPECT_TRUE(Rgba8(*back)) << ToString(back->Format());
+        continue;
+      }
+      EXPECT_TRUE(testing::Tight(*back) == testing::Tight(*first->Data()))
           << "the first surface changed on the round trip";
       continue;
     }
@@ -223,7 +343,7 @@ TEST_P(Corpus, FilesMatchTheManifestAndSurviveARoundTrip) {
 }
 
 // One name per container whose plugin has landed.
-INSTANTIATE_TEST_SUITE_P(Containers, Corpus, ::testing::Values("DDS", "KTX", "PVR", "PKM", "ASTC", "JPEG"),
+INSTANTIATE_TEST_SUITE_P(Containers, Corpus, ::testing::Values("DDS", "KTX", "PVR", "PKM", "ASTC", "PNG", "JPEG"),
                          [](const ::testing::TestParamInfo<const char*>& info) { return std::string(info.param); });
 
 }  // namespace

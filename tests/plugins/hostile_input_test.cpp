@@ -20,6 +20,7 @@
 #include "support/exercise_image.h"
 #include "support/files.h"
 #include "support/log_capture.h"
+#include "support/png_files.h"
 #include "support/surfaces.h"
 
 namespace lumo::image {
@@ -131,8 +132,40 @@ std::vector<Bytes> JPGSeeds() {
           Encode(*Chain(MipmapType::Surface, 40, 1, 1, formats::A8R8G8B8, 1), jpg)};
 }
 
+// Written pictures of several formats (interlaced too), and by hand what the
+// writer never makes: a 2-bit palette with tRNS, 4-bit grey with tRNS and
+// gAMA. Chunks that the reader hides (iTXt) or skips (tEXt) follow IHDR, where
+// most mutations land: mutations of CRC-checked chunks are refused, of these
+// they are not.
+std::vector<Bytes> PNGSeeds() {
+  const ImageFormat png = ImageFormat::PNG;
+  auto interlaced = [&](PixelFormatDescriptor format, unsigned long long width, unsigned long long height) {
+    size_t size = 0;
+    const auto file = ImageFactory::Instance()->Serialize(
+        png, Chain(MipmapType::Surface, width, height, 1, format, 1).get(), &size, ISF_PNG_INTERLACED);
+    return file ? Bytes(file.get(), file.get() + size) : Bytes();
+  };
+  const Bytes itxt = testing::PngChunk("iTXt", std::string("Comment\0\0\0\0text", 16));
+  const Bytes text = testing::PngChunk("tEXt", std::string("Title\0seed", 10));
+  auto with_text = [&](const Bytes& file) { return testing::WithChunk(testing::WithChunk(file, 1, text), 1, itxt); };
+  const Bytes palette =
+      testing::PngFile(5, 2, 2, 3, {"\x1b\x40", std::string("\xe4\x00", 2)},
+                       {testing::PngChunk("PLTE", std::string(12, '\x33')), testing::PngChunk("tRNS", "\x80")});
+  const Bytes grey = testing::PngFile(
+      3, 3, 4, 0, {"\x12\x30", "\xff\xf0", "\x01\x20"},
+      {testing::PngChunk("gAMA", testing::BE(100000, 4)), testing::PngChunk("tRNS", testing::BE(1, 2))});
+  return {with_text(Encode(*Chain(MipmapType::Surface, 8, 8, 1, formats::A8R8G8B8, 1), png)),
+          Encode(*Chain(MipmapType::Surface, 5, 3, 1, formats::R16G16B16, 1), png),
+          Encode(*Chain(MipmapType::Surface, 9, 5, 1, formats::A8, 1), png),
+          with_text(interlaced(formats::A8L8, 7, 6)),
+          interlaced(formats::A16R16G16B16, 4, 4),
+          with_text(palette),
+          with_text(grey)};
+}
+
 const Container kContainers[] = {
     {"JPG", ImageFormat::JPG, JPGSeeds, 330, true, AlwaysRefused},
+    {"PNG", ImageFormat::PNG, PNGSeeds, 96, true, AlwaysRefused},
     {"DDS", ImageFormat::DDS, DDSSeeds, 148, false, DDSTruncated},
     {"KTX", ImageFormat::KTX, KTXSeeds, 160, false, KTXTruncated},
     {"PKM", ImageFormat::PKM, PKMSeeds, 16, true, AlwaysRefused},

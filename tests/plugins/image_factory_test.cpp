@@ -131,8 +131,8 @@ TEST_F(ImageFactoryTest, NamesAndSerializationGoThroughTheRegisteredPlugin) {
 
 // The corpus and hostile-input suites skip a container whose plugin is missing.
 TEST(ImageFactoryBuiltIns, EveryContainerIsRegistered) {
-  for (const ImageFormat format :
-       {ImageFormat::DDS, ImageFormat::KTX, ImageFormat::PKM, ImageFormat::PVR, ImageFormat::ASTC, ImageFormat::PKMA}) {
+  for (const ImageFormat format : {ImageFormat::PNG, ImageFormat::DDS, ImageFormat::KTX, ImageFormat::PKM,
+                                   ImageFormat::PVR, ImageFormat::ASTC, ImageFormat::PKMA}) {
     EXPECT_TRUE(ImageFactory::Instance()->IsRegistered(format)) << static_cast<int>(format);
   }
   EXPECT_STREQ(ImageFactory::FormatToString(ImageFormat::DDS), "DDS");

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <initializer_list>
 #include <memory>
+#include <utility>
 
 #include "format/checked_size.h"
 #include "lumo/image/export.h"
@@ -177,6 +178,38 @@ bool OneOf(PixelFormatDescriptor format, std::initializer_list<PixelFormatDescri
   return std::find(list.begin(), list.end(), format) != list.end();
 }
 
+// Exchanges the first and third samples of every pixel: PNG's R, G, B (, A)
+// become the formats' B, G, R (, A). What png_set_bgr does, but libpng's loop
+// goes byte by byte and costs a few percent of a decode; four-channel pixels
+// are done here as whole words, which the compiler vectorises.
+template <typename Word>
+void SwapRedBlueWords(png_bytep row, std::size_t width) {
+  constexpr int kSample = sizeof(Word) * 2;  // bits per sample
+  constexpr Word kOne = (Word{1} << kSample) - 1;
+  constexpr Word kKeep = ~(kOne | kOne << (2 * kSample));
+  for (std::size_t x = 0; x < width; ++x) {
+    Word v;
+    std::memcpy(&v, row + x * sizeof(Word), sizeof(Word));
+    v = (v & kKeep) | ((v >> (2 * kSample)) & kOne) | ((v & kOne) << (2 * kSample));
+    std::memcpy(row + x * sizeof(Word), &v, sizeof(Word));
+  }
+}
+
+// libpng's user transform, run on each row (of each pass) after its own.
+void OnRowTransform(png_structp, png_row_infop info, png_bytep row) {
+  const std::size_t width = info->width;
+#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+  if (info->channels == 4) {
+    info->bit_depth == 8 ? SwapRedBlueWords<std::uint32_t>(row, width) : SwapRedBlueWords<std::uint64_t>(row, width);
+    return;
+  }
+#endif
+  const std::size_t sample = info->bit_depth / 8, pixel = info->channels * sample;
+  for (std::size_t x = 0; x < width; ++x) {
+    for (std::size_t b = 0; b < sample; ++b) std::swap(row[x * pixel + b], row[x * pixel + 2 * sample + b]);
+  }
+}
+
 // The decoded format of a colour type and depth, with the transforms that
 // make libpng deliver it; no format for a combination outside the table.
 PixelFormatDescriptor SetTransforms(png_structp png, png_infop info) {
@@ -231,7 +264,7 @@ PixelFormatDescriptor SetTransforms(png_structp png, png_infop info) {
   if (format == PixelFormatDescriptor{}) return format;
   if (depth == 16) png_set_swap(png);
   if (OneOf(format, {formats::A8R8G8B8, formats::R8G8B8, formats::A16R16G16B16, formats::R16G16B16})) {
-    png_set_bgr(png);
+    png_set_read_user_transform_fn(png, OnRowTransform);  // png_set_bgr, faster
   }
   double file_gamma = 0;
   if (png_get_valid(png, info, PNG_INFO_gAMA) != 0 && png_get_gAMA(png, info, &file_gamma) != 0) {

@@ -23,6 +23,7 @@
 #include "lumo/image/pyramid.h"
 #include "lumo/image/surface_data.h"
 #include "lumo/log/log.h"
+#include "support/png_files.h"
 
 namespace {
 
@@ -161,10 +162,34 @@ std::vector<std::pair<std::string, std::string>> KTXAndASTCSeeds() {
   return seeds;
 }
 
+// PNG layouts the writer never makes: palettes, grey below 8 bits with tRNS,
+// gAMA, and iTXt chunks (which the reader hides) after IHDR, two in a row.
+std::vector<std::pair<std::string, std::string>> PNGSeeds() {
+  namespace t = lumo::image::testing;
+  const t::Bytes itxt = t::PngChunk("iTXt", std::string("Comment\0\0\0\0text", 16));
+  const t::Bytes palette = t::PngFile(5, 2, 2, 3, {"\x1b\x40", std::string("\xe4\x00", 2)},
+                                      {t::PngChunk("PLTE", std::string(12, '\x33')), t::PngChunk("tRNS", "\x80")});
+  const t::Bytes grey = t::PngFile(3, 3, 4, 0, {"\x12\x30", "\xff\xf0", "\x01\x20"},
+                                   {t::PngChunk("gAMA", t::BE(100000, 4)), t::PngChunk("tRNS", t::BE(1, 2))});
+  const t::Bytes rgb16 = t::PngFile(2, 2, 16, 2, {std::string(12, '\x7f'), std::string(12, '\x01')},
+                                    {t::PngChunk("tRNS", std::string(6, '\x01'))});
+  std::vector<std::pair<std::string, std::string>> seeds;
+  for (const auto& [name, b] : {std::pair<const char*, t::Bytes>{"png-palette2-trns.png", palette},
+                                {"png-grey4-trns-gama.png", grey},
+                                {"png-rgb16-trns.png", rgb16},
+                                {"png-itxt-twice.png", t::WithChunk(t::WithChunk(grey, 1, itxt), 1, itxt)}}) {
+    seeds.emplace_back(name, std::string(b.begin(), b.end()));
+  }
+  return seeds;
+}
+
 // Layouts no writer produces, made by hand: PVR orientation metadata (spliced
 // into a written file) and the older PVR header, which is read but never written.
 std::vector<std::pair<std::string, std::string>> HandMadeSeeds() {
   std::vector<std::pair<std::string, std::string>> seeds = KTXAndASTCSeeds();
+  if (ImageFactory::Instance()->IsRegistered(ImageFormat::PNG)) {
+    for (auto& seed : PNGSeeds()) seeds.push_back(std::move(seed));
+  }
   if (!ImageFactory::Instance()->IsRegistered(ImageFormat::PVR)) return seeds;
   auto put32 = [](std::string* b, size_t at, unsigned v) {
     for (size_t i = 0; i < 4; ++i) (*b)[at + i] = static_cast<char>(v >> (8 * i));

@@ -318,15 +318,26 @@ TEST(PNGRead, DamagedFilesAreRefusedWithTheirLogLines) {
 }
 
 TEST(PNGRead, WarningsAreLoggedAtLevelZeroAndTheFileLoads) {
-  // A bad CRC on an ancillary chunk that libpng skips is only a warning.
-  Bytes text = PngChunk("tEXt", std::string("Title\0x", 7));
-  text.back() ^= 1;
+  Bytes bad_crc = PngChunk("tEXt", std::string("Title\0x", 7));
+  bad_crc.back() ^= 1;
+  const struct {
+    Bytes chunk;
+    const char* line;
+  } cases[] = {
+      // An ancillary chunk that libpng skips may be damaged.
+      {bad_crc, "PNG Warning: tEXt: CRC error"},
+      // libpng's chunk size limit: such a chunk is skipped, not stored.
+      {PngChunk("zTXt", std::string((8 << 20) + 1, 'z')), "PNG Warning: zTXt: chunk data is too large"},
+  };
   const Bytes plain = PngFile(2, 1, 8, kGrey, {"\x01\x02"});
-  LogCapture log;
-  EXPECT_EQ(Pixels(testing::WithChunk(plain, 1, text)), Pixels(plain));
-  ASSERT_EQ(log.lines.size(), 1u) << log.All();
-  EXPECT_EQ(std::make_tuple(log.lines[0].severity, log.lines[0].level, log.lines[0].text),
-            std::make_tuple(log::Severity::Message, 0, std::string("PNG Warning: tEXt: CRC error")));
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.line);
+    LogCapture log;
+    EXPECT_EQ(Pixels(testing::WithChunk(plain, 1, c.chunk)), Pixels(plain));
+    ASSERT_EQ(log.lines.size(), 1u) << log.All();
+    EXPECT_EQ(std::make_tuple(log.lines[0].severity, log.lines[0].level, log.lines[0].text),
+              std::make_tuple(log::Severity::Message, 0, std::string(c.line)));
+  }
 }
 
 // `png` with the CRC of every whole chunk recomputed.
@@ -519,6 +530,30 @@ TEST(PNGWrite, Refusals) {
             (std::vector<std::string>{"PNG Warning: Image height is zero in IHDR", "PNG Error: Invalid IHDR data"}));
   EXPECT_EQ(size, 77u) << "size untouched on failure";
 }
+
+#if defined(__has_feature)
+#  if __has_feature(address_sanitizer)
+#    define PNG_TEST_UNDER_ASAN 1
+#  endif
+#endif
+#if !defined(__SANITIZE_ADDRESS__) && !defined(PNG_TEST_UNDER_ASAN)  // ASan ends the process on such a request
+// Rows of 4 GiB, a billion of them: more output buffer than can be had.
+class HugeView final : public SurfaceDataNakedMemory {
+ public:
+  explicit HugeView(char* pixel) : SurfaceDataNakedMemory(formats::A8R8G8B8, 1ull << 30, 1ull << 30, 1ull << 32) {
+    SetBuffer(pixel);
+  }
+};
+
+TEST(PNGWrite, AnOutputBufferThatCannotBeHadIsLogged) {
+  char pixel[4] = {};
+  size_t size = 0;
+  LogCapture log;
+  HugeView huge(pixel);
+  EXPECT_FALSE(ImageFactory::Instance()->Serialize(ImageFormat::PNG, &huge, &size, 0));
+  EXPECT_EQ(log.All(), "Failed alloc size 4611686018427387912 for writing png!\n");
+}
+#endif
 
 }  // namespace
 }  // namespace lumo::image

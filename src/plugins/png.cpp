@@ -37,9 +37,10 @@ constexpr std::size_t kWriteGrowth = 8192;
 
 // libpng's own limits on reading. The decode limit is checked before these
 // can apply (see OnRead). Of the ancillary chunks only tRNS and gAMA are
-// read; the others are skipped unread, so no chunk is decompressed or kept and
-// the cache of kept chunks stays empty. A chunk above 8 MiB is refused before
-// anything reads it, as Debian's libpng does by default.
+// parsed; the others are only checked against their CRC, so no chunk is
+// decompressed or kept and the cache of kept chunks stays empty. An ancillary
+// chunk above 8 MiB is skipped with a warning, as Debian's libpng does by
+// default.
 constexpr png_alloc_size_t kMaxChunkBytes = png_alloc_size_t{8} << 20;
 constexpr png_uint_32 kMaxCachedChunks = 16;
 

@@ -24,13 +24,11 @@ inline std::uint32_t Crc32(const char* data, size_t n) {
 
 // Length, type, data and the CRC of type and data.
 inline Bytes PngChunk(const std::string& type, const std::string& data) {
-  Bytes c(4);
+  const std::string body = type + data;
+  Bytes c(4 + body.size() + 4);
   Put32BE(&c, 0, static_cast<std::uint32_t>(data.size()));
-  c.insert(c.end(), type.begin(), type.end());
-  c.insert(c.end(), data.begin(), data.end());
-  const size_t at = c.size();
-  c.resize(at + 4);
-  Put32BE(&c, at, Crc32(c.data() + 4, at - 4));
+  std::copy(body.begin(), body.end(), c.begin() + 4);
+  Put32BE(&c, 4 + body.size(), Crc32(body.data(), body.size()));
   return c;
 }
 

@@ -22,6 +22,7 @@
 #include "plugins/byte_reader.h"
 #include "plugins/decode_limit.h"
 #include "plugins/entry_guard.h"
+#include "plugins/picture_plugin.h"
 #include "plugins/plugin_images.h"
 
 namespace lumo::image {
@@ -429,32 +430,20 @@ std::shared_ptr<char> Encode(const SurfaceData& surface, std::size_t* size, int 
 
 // Everything libjpeg reports is caught at its boundary and logged there; what
 // reaches the guard comes from this side (allocation failures pass through).
-constexpr detail::GuardPolicy kGuard{"JPEG Error: %s", "JPEG Error: unexpected failure", true};
 
-class ImageJPGPlugin final : public ImagePlugin {
+bool CheckFile(const char* data, size_t size) {
+  detail::ByteReader in(data, size);
+  std::uint16_t first = 0, last = 0;
+  return size >= 4 && in.U16BE(&first) && first == 0xFFD8 && in.Seek(size - 2) && in.U16BE(&last) && last == 0xFFD9;
+}
+
+constexpr detail::PictureFormat kJPGFile{
+    ImageFormat::JPG, "JPG", {"JPEG Error: %s", "JPEG Error: unexpected failure", true}, CheckFile, Decode, Encode,
+};
+
+class ImageJPGPlugin final : public detail::PicturePlugin {
  public:
-  ImageFormat Format() override { return ImageFormat::JPG; }
-  const char* Name() override { return "JPG"; }
-
-  // Start-of-image first and end-of-image last: trailing bytes are not JPEG.
-  bool CheckFormat(const char* data, size_t size) override {
-    detail::ByteReader in(data, size);
-    std::uint16_t first = 0, last = 0;
-    return size >= 4 && in.U16BE(&first) && first == 0xFFD8 && in.Seek(size - 2) && in.U16BE(&last) && last == 0xFFD9;
-  }
-
-  bool SharesSourceBuffer() override { return false; }
-
-  std::shared_ptr<Image> Create(const std::shared_ptr<char>& data, size_t size) override {
-    return detail::Guarded(kGuard, Image::Null, [&] { return Decode(data.get(), size); });
-  }
-
-  using ImagePlugin::Serialize;  // the pyramid form writes level 0, surface 0
-
-  std::shared_ptr<char> Serialize(const SurfaceData* surface, size_t* size, int flags) override {
-    if (surface == nullptr || size == nullptr) return nullptr;
-    return detail::Guarded(kGuard, std::shared_ptr<char>(), [&] { return Encode(*surface, size, flags); });
-  }
+  ImageJPGPlugin() : PicturePlugin(kJPGFile) {}
 };
 
 }  // namespace

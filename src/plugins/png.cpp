@@ -19,6 +19,7 @@
 #include "lumo/log/log.h"
 #include "plugins/decode_limit.h"
 #include "plugins/entry_guard.h"
+#include "plugins/picture_plugin.h"
 #include "plugins/plugin_images.h"
 
 namespace lumo::image {
@@ -559,25 +560,13 @@ std::shared_ptr<char> Encode(const SurfaceData& surface, size_t* size, int flags
 
 // Failures outside libpng (allocations of C++ objects) are refused like bad
 // files: a picture too large for memory is one of them.
-constexpr detail::GuardPolicy kGuard{"PNG Error: %s", "PNG Error: unexpected failure", false};
+constexpr detail::PictureFormat kPNGFile{
+    ImageFormat::PNG, "PNG", {"PNG Error: %s", "PNG Error: unexpected failure", false}, CheckFile, Decode, Encode,
+};
 
-class ImagePNGPlugin final : public ImagePlugin {
+class ImagePNGPlugin final : public detail::PicturePlugin {
  public:
-  ImageFormat Format() override { return ImageFormat::PNG; }
-  const char* Name() override { return "PNG"; }
-  bool CheckFormat(const char* data, size_t size) override { return CheckFile(data, size); }
-  bool SharesSourceBuffer() override { return false; }
-
-  std::shared_ptr<Image> Create(const std::shared_ptr<char>& data, size_t size) override {
-    return detail::Guarded(kGuard, Image::Null, [&] { return Decode(data.get(), size); });
-  }
-
-  using ImagePlugin::Serialize;  // the pyramid form writes level 0, surface 0
-
-  std::shared_ptr<char> Serialize(const SurfaceData* surface, size_t* size, int flags) override {
-    if (surface == nullptr || size == nullptr) return nullptr;
-    return detail::Guarded(kGuard, std::shared_ptr<char>(), [&] { return Encode(*surface, size, flags); });
-  }
+  ImagePNGPlugin() : PicturePlugin(kPNGFile) {}
 };
 
 }  // namespace

@@ -7,12 +7,16 @@
 
 #include "lumo/image/surface_data.h"
 #include "plugins/astc.h"
+#include "plugins/bmp.h"
 #include "plugins/dds.h"
+#include "plugins/gif.h"
+#include "plugins/hdr.h"
 #include "plugins/jpeg.h"
 #include "plugins/ktx.h"
 #include "plugins/pkm.h"
 #include "plugins/png.h"
 #include "plugins/pvr.h"
+#include "plugins/tga.h"
 
 namespace lumo::image {
 
@@ -86,10 +90,13 @@ std::string Lower(const char* text) {
 
 ImageFactory::ImageFactory() : plugins_{} {
   order_.reserve(kTableSize);
-  // Registration order is detection order (new plugins: see CONTRIBUTING.md): BMP, JPG, PNG, TGA, GIF, HDR, DDS,
-  // KTX, PKM, PVR, ASTC, PKMA, as far as each format is available.
+  // Registration order is detection order (new plugins: see CONTRIBUTING.md).
+  Register(detail::BMPPlugin());
   Register(detail::JPGPlugin());
   Register(detail::PNGPlugin());
+  Register(detail::TGAPlugin());
+  Register(detail::GIFPlugin());
+  Register(detail::HDRPlugin());
   Register(detail::DDSPlugin());
   Register(detail::KTXPlugin());
   Register(detail::PKMPlugin());

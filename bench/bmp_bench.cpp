@@ -1,0 +1,1 @@
+// BMP decoding against stb_image on the same bytes.

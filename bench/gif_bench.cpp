@@ -1,0 +1,1 @@
+// GIF decoding against stb_image on the same bytes.

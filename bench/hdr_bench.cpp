@@ -1,0 +1,1 @@
+// HDR decoding against stb_image on the same bytes.

@@ -1,0 +1,1 @@
+// TGA decoding against stb_image on the same bytes.

@@ -1,0 +1,2 @@
+// The BMP plugin.
+#include <gtest/gtest.h>

@@ -1,0 +1,2 @@
+// The GIF plugin.
+#include <gtest/gtest.h>

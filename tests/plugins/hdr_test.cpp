@@ -1,0 +1,2 @@
+// The HDR plugin.
+#include <gtest/gtest.h>

@@ -1,0 +1,2 @@
+// The TGA plugin.
+#include <gtest/gtest.h>

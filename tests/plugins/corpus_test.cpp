@@ -120,7 +120,7 @@ std::optional<std::string> Rgba8(const SurfaceData& data) {
 
 // The data of a PNG's first chunk of `type`, or nothing.
 std::optional<std::string> PngChunkData(const Bytes& png, const char* type) {
-  for (size_t at = 8; at + 12 <= png.size(); at += 12 + testing::Get32BE(png, at)) {
+  for (size_t at = 8; at + 12 <= png.size(); at += 12 + size_t{testing::Get32BE(png, at)}) {
     const size_t length = testing::Get32BE(png, at);
     if (std::string(&png[at + 4], 4) == type && at + 8 + length <= png.size()) {
       return std::string(&png[at + 8], length);

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -85,7 +86,8 @@ inline Bytes PngFile(std::uint32_t width, std::uint32_t height, int depth, int c
 // Where each chunk of a PNG starts (after the signature), up to the end of the bytes.
 inline std::vector<size_t> PngChunkOffsets(const Bytes& png) {
   std::vector<size_t> offsets;
-  for (size_t at = 8; at + 12 <= png.size(); at += 12 + Get32BE(png, at)) offsets.push_back(at);
+  // In size_t: a length near 2^32 must step past the end, not wrap to a step of 0.
+  for (size_t at = 8; at + 12 <= png.size(); at += 12 + size_t{Get32BE(png, at)}) offsets.push_back(at);
   return offsets;
 }
 
@@ -95,6 +97,22 @@ inline Bytes WithChunk(Bytes png, size_t index, const Bytes& chunk) {
   const size_t at = index < offsets.size() ? offsets[index] : png.size();
   png.insert(png.begin() + static_cast<std::ptrdiff_t>(at), chunk.begin(), chunk.end());
   return png;
+}
+
+// A mutation inside a PNG chunk almost always breaks its CRC, and libpng
+// stops there. Inputs of even length that start like a PNG get their CRCs
+// made right, so mutations reach the decoder; those of odd length keep the
+// CRC checks in the fuzzer's reach.
+inline void FixPngCrcs(char* data, size_t size) {
+  static const char kSignature[] = "\x89PNG\r\n\x1a\n";
+  if (size % 2 != 0 || size < 8 || std::memcmp(data, kSignature, 8) != 0) return;
+  const Bytes png(data, data + size);
+  for (const std::size_t at : PngChunkOffsets(png)) {
+    const std::size_t end = at + 8 + Get32BE(png, at);
+    if (end + 4 > size) break;
+    const std::uint32_t crc = Crc32(data + at + 4, end - at - 4);
+    for (int i = 0; i < 4; ++i) data[end + i] = static_cast<char>(crc >> (24 - 8 * i));
+  }
 }
 
 }  // namespace lumo::image::testing

@@ -199,9 +199,10 @@ TEST(MipmapKinds, Reinterpret) {
             std::make_tuple(formats::R32f, formats::R8G8B8, formats::A8R8G8B8));
   EXPECT_TRUE(SurfaceArray().Reinterpret(formats::R8));
   EXPECT_FALSE(Volume().Reinterpret(formats::R8));
-  // A volume relabels its volume data.
+  // A volume relabels its volume data, only to a format of equal bits per pixel.
   Volume vol(MakeVolume(2, 2, 3, formats::A8R8G8B8));
   EXPECT_FALSE(vol.Reinterpret(formats::R16));
+  EXPECT_EQ(vol.Data()->Format(), formats::A8R8G8B8);
   EXPECT_TRUE(vol.Reinterpret(formats::R32f));
   EXPECT_EQ(vol.Data()->Format(), formats::R32f);
 }

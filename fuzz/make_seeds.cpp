@@ -23,7 +23,11 @@
 #include "lumo/image/pyramid.h"
 #include "lumo/image/surface_data.h"
 #include "lumo/log/log.h"
+#include "support/bmp_files.h"
+#include "support/gif_files.h"
+#include "support/hdr_files.h"
 #include "support/png_files.h"
+#include "support/tga_files.h"
 
 namespace {
 
@@ -183,12 +187,24 @@ std::vector<std::pair<std::string, std::string>> PNGSeeds() {
   return seeds;
 }
 
-// Layouts no writer produces, made by hand: PVR orientation metadata (spliced
-// into a written file) and the older PVR header, which is read but never written.
+// Layouts no writer produces, made by hand: those above, the hand-made
+// pictures of the hostile-input suite, PVR orientation metadata (spliced into
+// a written file) and the older PVR header, which is read but never written.
 std::vector<std::pair<std::string, std::string>> HandMadeSeeds() {
   std::vector<std::pair<std::string, std::string>> seeds = KTXAndASTCSeeds();
   if (ImageFactory::Instance()->IsRegistered(ImageFormat::PNG)) {
     for (auto& seed : PNGSeeds()) seeds.push_back(std::move(seed));
+  }
+  // The pictures the hostile-input suite makes by hand for the library's own decoders.
+  namespace t = lumo::image::testing;
+  const std::pair<const char*, std::vector<t::Bytes> (*)()> pictures[] = {
+      {"tga", t::TGAHostileSeeds}, {"bmp", t::BMPHostileSeeds}, {"gif", t::GIFHostileSeeds}, {"hdr", t::HDRHostileSeeds}};
+  for (const auto& [extension, make] : pictures) {
+    const std::vector<t::Bytes> files = make();
+    for (size_t i = 0; i < files.size(); ++i) {
+      const std::string name = std::string(extension) + "-hand-made-" + std::to_string(i) + "." + extension;
+      seeds.emplace_back(name, std::string(files[i].begin(), files[i].end()));
+    }
   }
   if (!ImageFactory::Instance()->IsRegistered(ImageFormat::PVR)) return seeds;
   auto put32 = [](std::string* b, size_t at, unsigned v) {

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <iterator>
+#include <ostream>
 #include <random>
 #include <string>
 #include <utility>
@@ -50,6 +51,7 @@ struct Container {
   bool big_endian;      // byte order of its fields, for the "interesting values"
   Truncated (*truncated)(const Pyramid& whole);
 };
+void PrintTo(const Container& c, std::ostream* os) { *os << c.name; }
 
 // Written chains of every kind (`plain` surfaces, a DXT1 cube, an array whose
 // smaller levels have padded rows, a volume), then `more`.

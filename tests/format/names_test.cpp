@@ -117,24 +117,5 @@ TEST(Names, RandomUncompressedDescriptorsRoundTrip) {
   }
 }
 
-TEST(Names, NamedDescriptorsCarryTheirOwnNames) {
-#define N(x) {formats::x, #x}
-  const std::pair<PixelFormatDescriptor, const char*> named[] = {
-      N(DXT1), N(DXT1_A1), N(A1), N(A2), N(A4), N(R8), N(G8), N(A8), N(L8), N(R16), N(G16), N(A16), N(L16),
-      N(R8s), N(A8s), N(R16s), N(A16s), N(R16f), N(R32f), N(G8R8), N(R8G8), N(A8L8), N(G16R16), N(R16G16),
-      N(A16L16), N(G8sR8s), N(R8sG8s), N(G16sR16s), N(R16sG16s), N(G16fR16f), N(B5G6R5), N(R5G6B5), N(B8G8R8),
-      N(R8G8B8), N(B16G16R16), N(R16G16B16), N(B16fG16fR16f), N(R16fG16fB16f), N(B32fG32fR32f),
-      N(R32fG32fB32f), N(A4B4G4R4), N(A4R4G4B4), N(B4G4R4A4), N(R4G4B4A4), N(A1B5G5R5), N(A1R5G5B5),
-      N(X8B8G8R8), N(A8B8G8R8), N(s_A8B8G8R8), N(X8R8G8B8), N(s_X8R8G8B8), N(A8R8G8B8), N(s_A8R8G8B8),
-      N(B8G8R8A8), N(R8G8B8A8), N(s_R8G8B8A8), N(A16B16G16R16), N(A16R16G16B16), N(B16G16R16A16),
-      N(R16G16B16A16), N(A8sB8sG8sR8s), N(A8sR8sG8sB8s), N(A16sB16sG16sR16s), N(A16sR16sG16sB16s),
-      N(A16fB16fG16fR16f), N(u_A16fB16fG16fR16f), N(A16fR16fG16fB16f), N(u_A16fR16fG16fB16f),
-      N(B16fG16fR16fA16f), N(R16fG16fB16fA16f), N(A32fB32fG32fR32f), N(u_A32fB32fG32fR32f),
-      N(A32fR32fG32fB32f), N(u_A32fR32fG32fB32f),
-  };
-#undef N
-  for (const auto& [descriptor, name] : named) EXPECT_EQ(ToString(descriptor), name);
-}
-
 }  // namespace
 }  // namespace lumo::image

@@ -109,13 +109,7 @@ void CheckToHalf(const std::vector<float>& in, const std::vector<std::uint16_t>&
   }
 }
 
-TEST(HalfTest, ValueType) {
-  EXPECT_EQ(half{}.bits(), 0u);
-  static_assert(half::FromBits(0xabcd).bits() == 0xabcd, "raw bits round-trip at compile time");
-  const half h = 1.5f;
-  EXPECT_EQ(h.bits(), 0x3e00u);
-  EXPECT_EQ(static_cast<float>(h), 1.5f);
-}
+static_assert(half::FromBits(0xabcd).bits() == 0xabcd, "raw bits round-trip at compile time");
 
 // Every half against sign * significand * 2^exponent; NaNs keep sign and
 // payload and come back quiet. Narrowing again restores the bits.

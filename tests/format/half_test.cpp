@@ -166,15 +166,10 @@ TEST(HalfTest, SpecialFloats) {
     float in;
     std::uint16_t out;
   } cases[] = {
-      {1.0f, 0x3c00}, {-2.0f, 0xc000}, {0.1f, 0x2e66}, {0.0f, 0x0000}, {-0.0f, 0x8000},
-      // overflow
-      {65504.0f, 0x7bff}, {std::nextafter(65520.0f, 0.0f), 0x7bff}, {65520.0f, 0x7c00},
-      {-65520.0f, 0xfc00}, {65536.0f, 0x7c00}, {-1e5f, 0xfc00}, {1e10f, 0x7c00},
+      // inputs the boundary walk never meets: between neighbours, past 65536, below 2^-25
+      {0.1f, 0x2e66}, {65536.0f, 0x7c00}, {-1e5f, 0xfc00}, {1e10f, 0x7c00},
       {std::numeric_limits<float>::max(), 0x7c00}, {inf, 0x7c00}, {-inf, 0xfc00},
-      // subnormal and underflow
-      {0x1p-14f, 0x0400}, {std::nextafter(0x1p-14f, 0.0f), 0x0400}, {0x1p-24f, 0x0001},
-      {0x1.8p-24f, 0x0002}, {0x1p-25f, 0x0000}, {-0x1p-25f, 0x8000},
-      {std::nextafter(0x1p-25f, 1.0f), 0x0001}, {0x1p-26f, 0x0000}, {denorm, 0x0000}, {-denorm, 0x8000},
+      {0x1p-26f, 0x0000}, {denorm, 0x0000}, {-denorm, 0x8000},
       // NaNs: sign and top payload bits kept, quiet bit set
       {Float(0x7fc00000u), 0x7e00}, {Float(0xffc00000u), 0xfe00}, {Float(0x7f800001u), 0x7e00},
       {Float(0xff800001u), 0xfe00}, {Float(0x7fa00000u), 0x7f00}, {Float(0x7f802000u), 0x7e01},

@@ -199,26 +199,41 @@ void ConvertRow(const u8* r, const u8* g, const u8* b, const u8* e, std::size_t 
   }
 }
 
-// One plane of a run-length encoded scanline: `width` bytes.
-void DecodePlane(detail::ByteReader* in, u8* out, std::size_t width) {
+// Bytes that DecodePlane may write past a plane's end (into the next plane,
+// which is decoded later, or into the padding after the last).
+constexpr std::size_t kPlaneSlack = 16;
+
+// One plane of a run-length encoded scanline: `width` bytes from the packets
+// at [*in, end); *in moves past them. Packets are short in photographs, so
+// they are moved in whole 16-byte blocks where the bytes allow it.
+void DecodePlane(const u8** in, const u8* end, u8* out, std::size_t width) {
+  const u8* p = *in;
   std::size_t x = 0;
   while (x < width) {
-    u8 count = 0;
-    if (!in->U8(&count)) Fail("unexpected end of data");
+    if (p == end) Fail("unexpected end of data");
+    const std::size_t count = *p++;
     if (count > 128) {
-      const std::size_t n = count - 128u;
-      u8 value = 0;
+      const std::size_t n = count - 128;
       if (n > width - x) Fail("rle scanline error");
-      if (!in->U8(&value)) Fail("unexpected end of data");
-      std::memset(out + x, value, n);
+      if (p == end) Fail("unexpected end of data");
+      u8 block[16];
+      std::memset(block, *p++, sizeof block);
+      for (std::size_t i = 0; i < n; i += 16) std::memcpy(out + x + i, block, 16);
       x += n;
     } else {
-      const std::size_t n = count;
-      if (n == 0 || n > width - x) Fail("rle scanline error");
-      if (!in->CopyTo(out + x, n)) Fail("unexpected end of data");
-      x += n;
+      if (count == 0 || count > width - x) Fail("rle scanline error");
+      const auto left = static_cast<std::size_t>(end - p);
+      if (count > left) Fail("unexpected end of data");
+      if ((count + 15) / 16 * 16 <= left) {
+        for (std::size_t i = 0; i < count; i += 16) std::memcpy(out + x + i, p + i, 16);
+      } else {
+        std::memcpy(out + x, p, count);
+      }
+      p += count;
+      x += count;
     }
   }
+  *in = p;
 }
 
 // The fewest file bytes a scanline can take: flat, or the marker and four
@@ -257,8 +272,12 @@ std::shared_ptr<Image> Decode(const char* data, std::size_t size) {
     const auto* m = reinterpret_cast<const u8*>(in.Cursor());
     if (m[0] == 2 && m[1] == 2 && (std::size_t{m[2]} << 8 | m[3]) == width) {
       if (!in.Skip(4)) Fail("unexpected end of data");
-      if (planes.empty()) planes.resize(width * 4);
-      for (std::size_t c = 0; c < 4; ++c) DecodePlane(&in, planes.data() + c * width, width);
+      if (planes.empty()) planes.resize(width * 4 + kPlaneSlack);
+      // The packets are read from the reader's span, then skipped in it.
+      const auto* begin = reinterpret_cast<const u8*>(in.Cursor());
+      const u8* next = begin;
+      for (std::size_t c = 0; c < 4; ++c) DecodePlane(&next, begin + in.Remaining(), planes.data() + c * width, width);
+      if (!in.Skip(static_cast<std::size_t>(next - begin))) Fail("unexpected end of data");
       const u8* p = planes.data();
       ConvertRow<1>(p, p + width, p + 2 * width, p + 3 * width, width, table, out);
     } else {

@@ -240,8 +240,8 @@ Placer ChoosePlacer(bool mapped, u64 bytes_per_pixel, bool rle, bool mirror) {
 
 // The colour map as 256 slots of 4 bytes. File entry i fills slot first + i;
 // slots that no entry fills stay zero, so any index reads inside the palette.
-// 15-bit entries carry no alpha and are made opaque; 16-bit ones keep their
-// attribute bit as true-colour pixels do. False when the map is cut short or
+// 15-bit entries, and 16-bit ones of a picture that declares no alpha bits,
+// are made opaque; other 16-bit entries keep their top bit as alpha. False when the map is cut short or
 // its entries are of a size the reader does not take.
 bool ReadPalette(const Header& h, const char* data, std::size_t size, u8 (&palette)[kPaletteSlots][4]) {
   const int entry_bytes = (h.entry_bits + 1) / 8;
@@ -250,10 +250,11 @@ bool ReadPalette(const Header& h, const char* data, std::size_t size, u8 (&palet
   const char* map = nullptr;
   if (!r.Skip(kHeaderBytes + h.id_length) || !r.Bytes(std::size_t{h.map_length} * entry_bytes, &map)) return false;
   std::memset(palette, 0, sizeof palette);
+  const bool opaque = entry_bytes == 2 && (h.entry_bits == 15 || (h.descriptor & 0x0F) == 0);
   for (int i = 0; i < h.map_length && h.map_first + i < kPaletteSlots; ++i) {
     u8* slot = palette[h.map_first + i];
     std::memcpy(slot, map + std::size_t{static_cast<unsigned>(i)} * entry_bytes, entry_bytes);
-    if (h.entry_bits == 15) slot[1] |= 0x80;
+    if (opaque) slot[1] |= 0x80;
   }
   return true;
 }

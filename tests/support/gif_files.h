@@ -107,8 +107,13 @@ inline std::vector<Bytes> GIFHostileSeeds() {
   GifImage wide;  // clear code 4096: no string is ever added
   wide.width = 3, wide.height = 2, wide.min_size = 12;
   wide.codes = {4096, 1, 300, 2, 7, 4097};
-  const Bytes written = Encode(*Pyramid::Make(CountingSurface(12, 5, formats::R8G8B8, 0), ImageOrigin::TopDown),
-                               ImageFormat::GIF);
+  // Written: two colours in blocks, so strings grow long and are copied from far back.
+  const auto blocks = SurfaceDataBitmap::Create(24, 10, formats::R8G8B8, 2);
+  for (unsigned i = 0; i < blocks->Size(); ++i) {
+    blocks->Buffer()[i] = static_cast<char>((i % blocks->BytesPerRow() / 18 + i / blocks->BytesPerRow() / 5) % 2 * 99);
+  }
+  const Bytes written =
+      Encode(*Pyramid::Make(std::make_shared<Surface>(blocks), ImageOrigin::TopDown), ImageFormat::GIF);
   return {written, GifFile(5, 3, kGifTable4, kGifExtensions, kwkwk), GifFile(6, 12, kGifTable4, "", sub, "89a", 2),
           GifFile(4, 2, "", "", grey, "87a"), GifFile(3, 2, kGifTable4, "", wide)};
 }

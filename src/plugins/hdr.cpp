@@ -304,7 +304,7 @@ bool CheckFile(const char* data, std::size_t size) {
 // Where a writable format keeps red, green and blue.
 struct Layout {
   std::size_t pixel_bytes;
-  bool wide;  // 32-bit floats, else halves
+  bool wide;    // 32-bit floats, else halves
   int r, g, b;  // byte offsets; b < 0: no blue (0)
 };
 
@@ -315,12 +315,12 @@ bool FindLayout(PixelFormatDescriptor format, Layout* out) {
   };
   // Memory order is the reverse of the name: slot 0 holds the highest bytes.
   static const Entry kWritable[] = {
-      {"R16fG16f", {4, false, 2, 0, -1}},          {"G16fR16f", {4, false, 0, 2, -1}},
-      {"R32fG32f", {8, true, 4, 0, -1}},           {"G32fR32f", {8, true, 0, 4, -1}},
-      {"R16fG16fB16f", {6, false, 4, 2, 0}},       {"B16fG16fR16f", {6, false, 0, 2, 4}},
-      {"A16fR16fG16fB16f", {8, false, 4, 2, 0}},   {"A16fB16fG16fR16f", {8, false, 0, 2, 4}},
-      {"R32fG32fB32f", {12, true, 8, 4, 0}},       {"B32fG32fR32f", {12, true, 0, 4, 8}},
-      {"A32fR32fG32fB32f", {16, true, 8, 4, 0}},   {"A32fB32fG32fR32f", {16, true, 0, 4, 8}},
+      {"R16fG16f", {4, false, 2, 0, -1}},        {"G16fR16f", {4, false, 0, 2, -1}},
+      {"R32fG32f", {8, true, 4, 0, -1}},         {"G32fR32f", {8, true, 0, 4, -1}},
+      {"R16fG16fB16f", {6, false, 4, 2, 0}},     {"B16fG16fR16f", {6, false, 0, 2, 4}},
+      {"A16fR16fG16fB16f", {8, false, 4, 2, 0}}, {"A16fB16fG16fR16f", {8, false, 0, 2, 4}},
+      {"R32fG32fB32f", {12, true, 8, 4, 0}},     {"B32fG32fR32f", {12, true, 0, 4, 8}},
+      {"A32fR32fG32fB32f", {16, true, 8, 4, 0}}, {"A32fB32fG32fR32f", {16, true, 0, 4, 8}},
   };
   for (const Entry& e : kWritable) {
     PixelFormatDescriptor named{};
@@ -426,9 +426,9 @@ std::shared_ptr<char> EncodeSurface(const SurfaceData& surface, std::size_t* siz
   if (!FindLayout(surface.Format(), &layout) || !RowsFit(surface, layout.pixel_bytes)) return nullptr;
   const u64 width = surface.Width(), height = surface.Height();
   char header[128];
-  const int header_bytes = std::snprintf(header, sizeof header,
-                                         "#?RADIANCE\nPRIMARIES=0 0 0 0 0 0 0 0\nFORMAT=32-bit_rle_rgbe\n\n-Y %d +X %d\n",
-                                         static_cast<int>(height), static_cast<int>(width));
+  const int header_bytes = std::snprintf(
+      header, sizeof header, "#?RADIANCE\nPRIMARIES=0 0 0 0 0 0 0 0\nFORMAT=32-bit_rle_rgbe\n\n-Y %d +X %d\n",
+      static_cast<int>(height), static_cast<int>(width));
   if (header_bytes <= 0 || static_cast<std::size_t>(header_bytes) >= sizeof header) return nullptr;
   const bool rle = flags != 0;
   // Worst case of a run-length encoded row: every plane in literal packets.

@@ -22,7 +22,6 @@ namespace {
 
 using testing::Bytes;
 using testing::HDRFile;
-using testing::kHDRHeader;
 
 // A literal with its embedded zeros.
 template <size_t N>
@@ -50,59 +49,47 @@ std::vector<float> Pixel(Image& image, size_t i) {
 }
 
 TEST(HDR, SignatureNeedsAKnownMagicLineAndSixteenBytes) {
-  auto* factory = ImageFactory::Instance();
-  for (const std::string magic : {"#?RADIANCE\n", "#?RGBE\n", "#?AUTOPANO\n"}) {
+  for (const std::string magic : {"#?RADIANCE\n", "#?RGBE\n", "#?AUTOPANO\n", "#?RADIANCE "}) {
     const std::string file = magic + "FORMAT=32-bit_rle_rgbe\n";
-    EXPECT_EQ(factory->GetFormat(file.data(), file.size()), ImageFormat::HDR) << magic;
-    EXPECT_FALSE(factory->CheckFormat(ImageFormat::HDR, file.data(), 15));
+    EXPECT_EQ(ImageFactory::Instance()->GetFormat(file.data(), file.size()) == ImageFormat::HDR, magic.back() == '\n');
+    EXPECT_FALSE(ImageFactory::Instance()->CheckFormat(ImageFormat::HDR, file.data(), 15));
   }
-  const std::string no_newline = "#?RADIANCE FORMAT=32-bit_rle_rgbe\n";
-  EXPECT_FALSE(factory->CheckFormat(ImageFormat::HDR, no_newline.data(), no_newline.size()));
 }
 
 // Header lines and scanlines: what the first pixel decodes to, or the message.
 TEST(HDR, HeadersAndScanlines) {
-  const std::string one = "\x80\x80\x80\x81";  // 1.0 in each colour
-  const std::string rle_ones = testing::HDRRleRow(8, "\x88\x80\x88\x80\x88\x80\x88\x81");
-  const std::string no_format = "#?RADIANCE\n\n";
+  const std::string one = "\x80\x80\x80\x81", ones = Flat(8, one);  // 1.0 in each colour
+  const std::string rle = testing::HDRRleRow(8, "\x88\x80\x88\x80\x88\x80\x88\x81");
+  const std::string rgbe = "#?RADIANCE\nFORMAT=32-bit_rle_rgbe\n";
   struct Case {
-    const char* name;
-    Bytes file;
+    std::string header, resolution, scanlines;
     float red;            // of the first pixel when it loads
     const char* message;  // when refused
   } cases[] = {
-      {"-Y", HDRFile(kHDRHeader, "-Y 4 +X 8", Flat(32, one)), 1.0f, nullptr},
-      {"+Y", HDRFile(kHDRHeader, "+Y 4 +X 8", Flat(32, one)), 1.0f, nullptr},
-      {"exposure 2", HDRFile(kHDRHeader + "EXPOSURE=2\n", "-Y 1 +X 8", Flat(8, one)), 0.5f, nullptr},
-      {"exposure 0", HDRFile(kHDRHeader + "EXPOSURE=0\n", "-Y 1 +X 8", Flat(8, one)), 1.0f, nullptr},
-      {"later line wins", HDRFile(kHDRHeader + "EXPOSURE=2\nEXPOSURE=4\n", "-Y 1 +X 8", Flat(8, one)), 0.25f, nullptr},
-      {"gamma 1", HDRFile(kHDRHeader + "GAMMA=1\n", "-Y 1 +X 8", Flat(8, one)), 1.0f, nullptr},
-      {"rle", HDRFile(kHDRHeader, "-Y 2 +X 8", rle_ones + rle_ones), 1.0f, nullptr},
-      {"marker of another width is a pixel", HDRFile(kHDRHeader, "-Y 1 +X 8", Str("\x02\x02\x00\x09") + Flat(7, one)), 0,
-       nullptr},
-      {"no FORMAT", HDRFile(no_format, "-Y 1 +X 8", Flat(8, one)), 0, "Unsupported hdr image format 32-bit_rle_xyze"},
-      {"xyze", HDRFile("#?RADIANCE\nFORMAT=32-bit_rle_xyze\n", "-Y 1 +X 8", Flat(8, one)), 0,
-       "Unsupported hdr image format"},
-      {"CR in FORMAT", HDRFile("#?RADIANCE\nFORMAT=32-bit_rle_rgbe\r\n", "-Y 1 +X 8", Flat(8, one)), 0,
-       "Unsupported hdr image format"},
-      {"gamma", HDRFile(kHDRHeader + "GAMMA=2.2\n", "-Y 1 +X 8", Flat(8, one)), 0,
-       "gamma currently not support in hdr image format"},
-      {"three fields", HDRFile(kHDRHeader, "-Y 1 +X", Flat(8, one)), 0, "Invalid Image size"},
-      {"zero width", HDRFile(kHDRHeader, "-Y 1 +X 0", ""), 0, "Invalid Image size"},
-      {"no resolution line", HDRFile(kHDRHeader, "Y 1 X 8", Flat(8, one)), 0, "Invalid Image size"},
-      {"zero count", HDRFile(kHDRHeader, "-Y 1 +X 8", testing::HDRRleRow(8, Str("\0\x88\x80\x88\x80\x88\x80\x88\x81"))), 0,
-       "rle scanline error"},
-      {"run past the width", HDRFile(kHDRHeader, "-Y 1 +X 8", testing::HDRRleRow(8, "\x89\x80\x88\x80\x88\x80\x88\x81")),
-       0, "rle scanline error"},
-      {"literal past the width", HDRFile(kHDRHeader, "-Y 1 +X 8", testing::HDRRleRow(8, "\x09" + Flat(9, "\x80"))), 0,
-       "rle scanline error"},
-      {"cut pixels", HDRFile(kHDRHeader, "-Y 2 +X 8", Flat(15, one)), 0, "unexpected end of data"},
-      {"cut planes", HDRFile(kHDRHeader, "-Y 1 +X 8", rle_ones.substr(0, 10)), 0, "unexpected end of data"},
+      {rgbe, "-Y 4 +X 8", Flat(32, one), 1.0f, nullptr},
+      {rgbe, "+Y 4 +X 8", Flat(32, one), 1.0f, nullptr},
+      {rgbe + "EXPOSURE=2\n", "-Y 1 +X 8", ones, 0.5f, nullptr},
+      {rgbe + "EXPOSURE=0\n", "-Y 1 +X 8", ones, 1.0f, nullptr},
+      {rgbe + "EXPOSURE=2\nEXPOSURE=4\nGAMMA=1\n", "-Y 1 +X 8", ones, 0.25f, nullptr},
+      {rgbe, "-Y 2 +X 8", rle + rle, 1.0f, nullptr},
+      {rgbe, "-Y 1 +X 8", Str("\x02\x02\x00\x09") + Flat(7, one), 0, nullptr},  // another width: a flat pixel
+      {"#?RADIANCE\n\n", "-Y 1 +X 8", ones, 0, "Unsupported hdr image format 32-bit_rle_xyze"},
+      {"#?RADIANCE\nFORMAT=32-bit_rle_xyze\n", "-Y 1 +X 8", ones, 0, "Unsupported hdr image format"},
+      {"#?RADIANCE\nFORMAT=32-bit_rle_rgbe\r\n", "-Y 1 +X 8", ones, 0, "Unsupported hdr image format"},
+      {rgbe + "GAMMA=2.2\n", "-Y 1 +X 8", ones, 0, "gamma currently not support in hdr image format"},
+      {rgbe, "-Y 1 +X", ones, 0, "Invalid Image size"},
+      {rgbe, "-Y 1 +X 0", "", 0, "Invalid Image size"},
+      {rgbe, "Y 1 X 8", ones, 0, "Invalid Image size"},
+      {rgbe, "-Y 1 +X 8", testing::HDRRleRow(8, Str("\0\x88\x80\x88\x80\x88\x80\x88\x81")), 0, "rle scanline error"},
+      {rgbe, "-Y 1 +X 8", testing::HDRRleRow(8, "\x89\x80\x88\x80\x88\x80\x88\x81"), 0, "rle scanline error"},
+      {rgbe, "-Y 1 +X 8", testing::HDRRleRow(8, "\x09" + Flat(9, "\x80")), 0, "rle scanline error"},
+      {rgbe, "-Y 2 +X 8", Flat(15, one), 0, "unexpected end of data"},
+      {rgbe, "-Y 1 +X 8", rle.substr(0, 10), 0, "unexpected end of data"},
   };
   for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
+    SCOPED_TRACE(c.header + c.resolution);
     testing::LogCapture log;
-    const auto image = testing::Decode(c.file);
+    const auto image = testing::Decode(HDRFile(c.header, c.resolution, c.scanlines));
     if (c.message != nullptr) {
       EXPECT_EQ(image, Image::Null);
       EXPECT_TRUE(log.OnlyLineContains(std::string("Read .hdr file failed. Error message: ") + c.message));
@@ -123,10 +110,12 @@ TEST(HDR, PixelsAreTheNearestHalf) {
     SCOPED_TRACE(exposure);
     std::string rows;
     for (const int e : exponents) {
-      for (int m = 0; m < 256; ++m) rows += std::string{static_cast<char>(m), 0, static_cast<char>(m), static_cast<char>(e)};
+      for (int m = 0; m < 256; ++m)
+        rows += std::string{static_cast<char>(m), 0, static_cast<char>(m), static_cast<char>(e)};
     }
-    const auto image = testing::Decode(HDRFile(kHDRHeader + "EXPOSURE=" + std::to_string(exposure) + "\n",
-                                               "-Y " + std::to_string(std::size(exponents)) + " +X 256", rows));
+    const auto image =
+        testing::Decode(HDRFile("#?RADIANCE\nFORMAT=32-bit_rle_rgbe\nEXPOSURE=" + std::to_string(exposure) + "\n",
+                                "-Y " + std::to_string(std::size(exponents)) + " +X 256", rows));
     ASSERT_NE(image, Image::Null);
     const float x = std::stof(std::to_string(exposure));  // as the file states it
     for (size_t i = 0; i < rows.size() / 4; ++i) {
@@ -163,13 +152,12 @@ TEST(HDR, RunLengthPlanesAreExact) {
   std::vector<float> runs;  // a short run then a long one, and a run longer than a packet
   for (int i = 0; i < 300; ++i) runs.insert(runs.end(), {i < 3 ? 0.75f : 0.5f, i < 200 ? 1.0f : 2.0f, 0.0f});
   const Bytes rle = testing::WriteHDR(*testing::RgbSurface(300, 1, runs), ISF_HDR_RLE);
-  const std::string planes = Str("\x83\x60\xff\x40\xc6\x40\xe4\x20" "\xff\x80\xff\x80\xae\x80"
-                                 "\xff\x00\xff\x00\xae\x00" "\xff\x81\xc9\x81\xe4\x82");
+  const std::string planes =
+      Str("\x83\x60\xff\x40\xc6\x40\xe4\x20"
+          "\xff\x80\xff\x80\xae\x80"
+          "\xff\x00\xff\x00\xae\x00"
+          "\xff\x81\xc9\x81\xe4\x82");
   EXPECT_EQ(std::string(rle.end() - 30, rle.end()), testing::HDRRleRow(300, planes));
-  const auto back = testing::Decode(rle), flat = testing::Decode(testing::WriteHDR(*testing::RgbSurface(300, 1, runs), 0));
-  ASSERT_TRUE(back && flat);
-  EXPECT_EQ(testing::Tight(*back->GetPyramid(false)->GetSurface(0)->Data()),
-            testing::Tight(*flat->GetPyramid(false)->GetSurface(0)->Data()));
 }
 
 TEST(HDR, WritesFloatSurfacesOfOneToFourChannels) {
@@ -194,25 +182,18 @@ TEST(HDR, WritesFloatSurfacesOfOneToFourChannels) {
     PixelFormatDescriptor format{};
     ASSERT_TRUE(FromString(c.format, &format));
     const bool wide = std::string(c.format).find("32") != std::string::npos;
-    auto surface = SurfaceDataBitmap::Create(8, 2, format, 2);
-    for (unsigned long long y = 0; y < 2; ++y) {
-      for (size_t x = 0; x < 8 * c.values.size(); ++x) {
-        const float v = c.values[x % c.values.size()];
-        const half_float::half h(v);
-        std::memcpy(surface->Buffer() + y * surface->BytesPerRow() + x * (wide ? 4 : 2), wide ? static_cast<const void*>(&v) : &h,
-                    wide ? 4 : 2);
-      }
+    auto surface = SurfaceDataBitmap::Create(8, 1, format, 2);
+    for (size_t i = 0; i < 8 * c.values.size(); ++i) {
+      const float v = c.values[i % c.values.size()];
+      const half_float::half h(v);
+      std::memcpy(surface->Buffer() + i * (wide ? 4 : 2), wide ? static_cast<const void*>(&v) : &h, wide ? 4 : 2);
     }
     for (const int flags : {ISF_HDR_NOCOMPRESS, ISF_HDR_RLE}) {
       const Bytes file = testing::WriteHDR(*surface, flags);
-      const std::string header = "#?RADIANCE\nPRIMARIES=0 0 0 0 0 0 0 0\nFORMAT=32-bit_rle_rgbe\n\n-Y 2 +X 8\n";
-      EXPECT_EQ(std::string(file.begin(), file.begin() + header.size()), header);
-      if (flags == ISF_HDR_NOCOMPRESS) {
-        EXPECT_EQ(file.size(), header.size() + 8 * 2 * 4);
-      }
+      EXPECT_TRUE(flags != 0 || file.size() == 71 + 8 * 4);  // header and pixels
       const auto image = testing::Decode(file);
       ASSERT_NE(image, Image::Null);
-      EXPECT_EQ(Pixel(*image, 15), (std::vector<float>{c.rgb[0], c.rgb[1], c.rgb[2], 1.0f}));
+      EXPECT_EQ(Pixel(*image, 7), (std::vector<float>{c.rgb[0], c.rgb[1], c.rgb[2], 1.0f}));
     }
   }
   testing::LogCapture log;

@@ -23,8 +23,6 @@ inline Bytes HDRFile(const std::string& header, const std::string& resolution, c
   return Bytes(text.begin(), text.end());
 }
 
-inline const std::string kHDRHeader = "#?RADIANCE\nFORMAT=32-bit_rle_rgbe\n\n";
-
 // A run-length encoded scanline: the marker, then the four planes' packets.
 inline std::string HDRRleRow(int width, const std::string& packets) {
   return std::string{2, 2, static_cast<char>(width >> 8), static_cast<char>(width & 0xFF)} + packets;

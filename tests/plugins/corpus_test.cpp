@@ -64,6 +64,8 @@ const Container* Find(const std::string& name) {
   return nullptr;
 }
 
+bool Notes(const CorpusRow& row, const char* text) { return row.notes.find(text) != std::string::npos; }
+
 // How a row's ref file is compared with the loaded image, by the manifest's ref_kind.
 // The picture containers will add "rgba8" and "rgbaf32" (decoded pixels, top row first).
 using RefCheck = ::testing::AssertionResult (*)(const CorpusRow& row, const Pyramid& loaded, const Bytes& ref);
@@ -78,7 +80,9 @@ using RefCheck = ::testing::AssertionResult (*)(const CorpusRow& row, const Pyra
 // bits give their high byte, fewer than 8 are widened (a 2-bit 3 is 255), and
 // a single component (A1 to A8, R16, ...) is grey. nullopt for float and
 // block formats.
-std::optional<std::string> Rgba8(const SurfaceData& data) {
+// `replicate`: the ref's maker widened fields below 8 bits by repeating their
+// bits (a 5-bit v gives v << 3 | v >> 2) instead of v * 255 / max.
+std::optional<std::string> Rgba8(const SurfaceData& data, bool replicate = false) {
   PixelFormatMeta meta{};
   if (!ParseFormat(data.Format(), &meta) || meta.compressed || HasFloatComponent(meta)) return std::nullopt;
   const ull bpp = BitsPerPixel(meta, nullptr);
@@ -105,7 +109,13 @@ std::optional<std::string> Rgba8(const SurfaceData& data) {
         if (c.component == PixelComponent::None) break;
         high -= c.bits;
         const ull v = bits(high, c.bits);
-        const auto v8 = static_cast<unsigned char>(c.bits >= 8 ? v >> (c.bits - 8) : v * 255 / ((1ull << c.bits) - 1));
+        ull wide = c.bits >= 8 ? v >> (c.bits - 8) : v * 255 / ((1ull << c.bits) - 1);
+        if (replicate && c.bits < 8) {
+          const int bits = static_cast<int>(c.bits);
+          wide = 0;
+          for (int at = 8 - bits; at > -bits; at -= bits) wide |= at >= 0 ? v << at : v >> -at;
+        }
+        const auto v8 = static_cast<unsigned char>(wide);
         if (used == 1 || c.component == PixelComponent::L) {
           rgba[0] = rgba[1] = rgba[2] = v8;
         } else if (c.component >= PixelComponent::R && c.component <= PixelComponent::A) {
@@ -163,7 +173,7 @@ void AdjustPngRef(const CorpusRow& row, std::string* rgba) {
 ::testing::AssertionResult SameRgba8(const CorpusRow& row, const Pyramid& loaded, const Bytes& ref) {
   const auto surface = loaded.GetSurface(0);
   if (!surface) return ::testing::AssertionFailure() << "no level 0";
-  std::optional<std::string> pixels = Rgba8(*surface->Data());
+  std::optional<std::string> pixels = Rgba8(*surface->Data(), Notes(row, "bit replication"));
   if (!pixels) {
     const auto rgba = surface->Data()->ConvertCopy(formats::A8B8G8R8);  // bytes R, G, B, A
     if (!rgba) return ::testing::AssertionFailure() << "level 0 does not convert to A8B8G8R8";
@@ -236,8 +246,6 @@ std::vector<std::string> Properties(Image& im, const Pyramid& p) {
           std::to_string(p.Depth()),  std::to_string(p.ArrayLength()),
           std::to_string(Faces(p)),   std::to_string(p.LevelsCurrent())};
 }
-
-bool Notes(const CorpusRow& row, const char* text) { return row.notes.find(text) != std::string::npos; }
 
 // The text that notes beginning "logs TEXT" (up to a ';') say is logged, or "".
 std::string LoggedText(const CorpusRow& row) {

@@ -197,8 +197,13 @@ class HostileInput : public ::testing::TestWithParam<Container> {
     seeds_ = GetParam().seeds();
     ASSERT_FALSE(seeds_.empty());
     for (const Bytes& seed : seeds_) ASSERT_FALSE(seed.empty()) << "a seed failed to encode";
+    // As in the fuzz target: a mutated size may declare a big picture, which
+    // would be allocated, decoded and written back at full cost.
+    SetMaxDecodePixels(1ull << 20);
   }
+  void TearDown() override { SetMaxDecodePixels(saved_limit_); }
   std::vector<Bytes> seeds_;
+  const unsigned long long saved_limit_ = MaxDecodePixels();
 };
 
 TEST_P(HostileInput, EveryTruncationLoadsWhatFitsOrNothing) {

@@ -165,7 +165,9 @@ void SkipSubBlocks(detail::ByteReader* in) {
 // Extensions carry nothing that this reader uses (no transparency, no
 // animation); graphic control blocks have a fixed size, plain text and
 // application blocks a fixed header, and everything else ends with its
-// sub-blocks. 87a files are treated alike, though they should hold none.
+// sub-blocks. 87a files are searched for them too: writers put comments into
+// files labelled 87a, and reading such a block as the image descriptor would
+// refuse a good picture.
 void SkipExtensions(detail::ByteReader* in) {
   while (in->Has(1) && static_cast<u8>(*in->Cursor()) == 0x21) {
     u8 label = 0;
@@ -233,7 +235,7 @@ std::shared_ptr<Image> Decode(const char* data, std::size_t size) {
       !in.U8(&image_flags)) {
     throw detail::DecodeError(kTruncated);
   }
-  if (separator != 0x2C) throw detail::DecodeError("No image descriptor");
+  // The separator byte is not checked: whatever stands there is read as the descriptor.
   if (u32{left} + width > screen_width || u32{top} + height > screen_height) {
     throw detail::DecodeError("Sub image out of range");
   }

@@ -75,7 +75,7 @@ bool ReadFloat(std::string_view line, std::string_view key, float* out) {
 
 bool IsSpace(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 
-// The "%s%d%s%d" fields of a resolution line: a word, then a positive int.
+// One "%s%d" pair of a resolution line: a word, then an int.
 bool ReadSizeField(std::string_view line, std::size_t* at, long long* value) {
   auto skip_space = [&] {
     while (*at < line.size() && IsSpace(line[*at])) ++*at;

@@ -1,0 +1,1 @@
+// JSON output of lmimage info (in progress).

@@ -1,0 +1,1 @@
+// Batch conversion of the lmimage tool (in progress).

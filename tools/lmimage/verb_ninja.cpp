@@ -1,0 +1,1 @@
+// lmimage ninja (in progress).

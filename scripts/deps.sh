@@ -20,5 +20,5 @@ lmimage_install_packages() {
 
 lmimage_install_deps() {
   lmimage_install_packages cmake g++ make pkg-config googletest libgtest-dev libgmock-dev libbenchmark-dev \
-    libpng-dev libjpeg62-turbo-dev
+    libpng-dev libjpeg62-turbo-dev libstb-dev ninja-build python3
 }

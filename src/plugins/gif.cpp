@@ -165,9 +165,8 @@ void SkipSubBlocks(detail::ByteReader* in) {
 // Extensions carry nothing that this reader uses (no transparency, no
 // animation); graphic control blocks have a fixed size, plain text and
 // application blocks a fixed header, and everything else ends with its
-// sub-blocks. 87a files are searched for them too: writers put comments into
-// files labelled 87a, and reading such a block as the image descriptor would
-// refuse a good picture.
+// sub-blocks. Only 89a files are searched for them: in an 87a file the image
+// descriptor follows the colour table (a block there is read as one).
 void SkipExtensions(detail::ByteReader* in) {
   while (in->Has(1) && static_cast<u8>(*in->Cursor()) == 0x21) {
     u8 label = 0;
@@ -227,7 +226,7 @@ std::shared_ptr<Image> Decode(const char* data, std::size_t size) {
   Palette global = {}, palette = {};
   const bool has_global = (screen_flags & 0x80) != 0;
   if (has_global) ReadColourTable(&in, screen_flags, global);
-  SkipExtensions(&in);
+  if (data[4] == '9') SkipExtensions(&in);  // the version: "GIF89a"
 
   u8 separator = 0, image_flags = 0, min_code_size = 0;
   u16 left = 0, top = 0, width = 0, height = 0;

@@ -9,6 +9,7 @@ const std::vector<Verb>& Verbs() {
       ConvertVerb(),
       FormatVerb(),
       ConvertPathVerb(),
+      NinjaVerb(),
   };
   return verbs;
 }

@@ -11,5 +11,6 @@ Verb FormatVerb();
 Verb ConvertPathVerb();
 Verb InfoVerb();
 Verb ConvertVerb();
+Verb NinjaVerb();
 
 }  // namespace lumo::image::cli

@@ -195,6 +195,7 @@ int Run(const Invocation& invocation) {
     if (PerTreeOptions().count(option.name) || !invocation.Has(option.name)) continue;
     std::string word = std::string("--") + option.name;
     if (option.value_name != nullptr) word += "=" + invocation.Value(option.name);
+    if (word.find_first_of("\n\r") != std::string::npos) throw UsageError(word, "a Ninja file cannot hold a line break");
     forwarded.push_back(word);
   }
 

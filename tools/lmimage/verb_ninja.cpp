@@ -28,9 +28,8 @@ namespace fs = std::filesystem;
 // output names are this verb's business, and --force is always given so that
 // Ninja alone decides what is out of date.
 const std::set<std::string>& PerTreeOptions() {
-  static const std::set<std::string> names = {"force",      "jobs",      "j",     "output", "o",       "recursive",
-                                              "r",          "file-list", "to",    "quiet",  "verbose", "progress",
-                                              "no-progress"};
+  static const std::set<std::string> names = {"force",     "jobs", "j",     "output",  "o",        "recursive",  "r",
+                                              "file-list", "to",   "quiet", "verbose", "progress", "no-progress"};
   return names;
 }
 
@@ -150,35 +149,33 @@ void CheckWithConvert(const std::vector<std::string>& forwarded, const std::stri
                       const std::string& to) {
   std::string scratch = (fs::temp_directory_path() / "lmimage-ninja-XXXXXX").string();
   if (mkdtemp(scratch.data()) == nullptr) throw Failure(scratch, "cannot create a scratch folder");
+  // Convert's report and error lines about the probe are not the user's business.
+  struct Cleanup {
+    std::string folder;
+    std::streambuf* saved_err;
+    ~Cleanup() {
+      std::cerr.rdbuf(saved_err);
+      std::error_code ignored;
+      fs::remove_all(folder, ignored);
+    }
+  };
+  std::ostringstream out, err;
+  const Cleanup cleanup{scratch, std::cerr.rdbuf(err.rdbuf())};
+
   const std::string input = scratch + "/probe." + input_extension;
-  const std::string output = scratch + "/probe-out." + to;
+  { std::ofstream(input.c_str()); }  // empty: never decodes
   std::vector<std::string> args = forwarded;
   args.push_back(input);
-  args.push_back(output);
-
+  args.push_back(scratch + "/probe-out." + to);
   int status = kExitOk;
-  std::ostringstream out, err;
-  std::streambuf* const saved = std::cerr.rdbuf(err.rdbuf());
   try {
-    { std::ofstream(input.c_str()); }  // empty: never decodes
     bool help = false;
     Invocation invocation = ParseArguments(Convert(), args, &help);
     invocation.out = &out;
     status = Convert().run(invocation);
   } catch (const Error& error) {
-    std::cerr.rdbuf(saved);
-    std::error_code ignored;
-    fs::remove_all(scratch, ignored);
     if (error.status() == kExitUsage) throw;
-  } catch (...) {
-    std::cerr.rdbuf(saved);
-    std::error_code ignored;
-    fs::remove_all(scratch, ignored);
-    throw;
   }
-  std::cerr.rdbuf(saved);
-  std::error_code ignored;
-  fs::remove_all(scratch, ignored);
   if (status == kExitUsage) throw UsageError("convert refuses these options: " + err.str());
 }
 
@@ -187,7 +184,8 @@ int Run(const Invocation& invocation) {
   if (!invocation.Has("to")) throw UsageError("--to EXT is required (the outputs' container, e.g. dds)");
   std::string to = invocation.Value("to");
   if (!to.empty() && to[0] == '.') to.erase(0, 1);
-  if (ContainerOf(to) == ImageFormat::UNKNOWN) throw UsageError(invocation.Value("to"), "no image format for this extension");
+  if (ContainerOf(to) == ImageFormat::UNKNOWN)
+    throw UsageError(invocation.Value("to"), "no image format for this extension");
 
   // The convert options given, in convert's order, as single words.
   std::vector<std::string> forwarded;
@@ -195,7 +193,8 @@ int Run(const Invocation& invocation) {
     if (PerTreeOptions().count(option.name) || !invocation.Has(option.name)) continue;
     std::string word = std::string("--") + option.name;
     if (option.value_name != nullptr) word += "=" + invocation.Value(option.name);
-    if (word.find_first_of("\n\r") != std::string::npos) throw UsageError(word, "a Ninja file cannot hold a line break");
+    if (word.find_first_of("\n\r") != std::string::npos)
+      throw UsageError(word, "a Ninja file cannot hold a line break");
     forwarded.push_back(word);
   }
 

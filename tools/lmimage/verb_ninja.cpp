@@ -28,8 +28,9 @@ namespace fs = std::filesystem;
 // output names are this verb's business, and --force is always given so that
 // Ninja alone decides what is out of date.
 const std::set<std::string>& PerTreeOptions() {
-  static const std::set<std::string> names = {"force",     "jobs", "j",     "output",  "o",        "recursive",  "r",
-                                              "file-list", "to",   "quiet", "verbose", "progress", "no-progress"};
+  static const std::set<std::string> names = {"force",      "jobs",      "j",         "output",     "o",
+                                              "output-dir", "recursive", "r",         "to",         "quiet",
+                                              "verbose",    "progress",  "file-list", "no-progress"};
   return names;
 }
 

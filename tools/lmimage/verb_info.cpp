@@ -384,7 +384,7 @@ Verb InfoVerb() {
   return Verb{
       "info",
       "describe image files: container, texture kind, pixel format and levels",
-      "FILE...",
+      "[--json] FILE...",
       "Reads each FILE (any registered container, detected from its bytes) and\n"
       "prints one block per file, separated by a blank line: the container, the\n"
       "kind of texture, the pixel format with its DXGI, Direct3D 9, OpenGL, Vulkan,\n"

@@ -5,6 +5,7 @@
 // format, loaded again and compared with what was first loaded.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
@@ -186,7 +187,7 @@ void AdjustPngRef(const CorpusRow& row, std::string* rgba) {
   const int tolerance = tol_at == std::string::npos ? 0 : std::stoi(row.notes.substr(tol_at + 4));
   // An X channel is no alpha: whatever the ref's maker put there does not count.
   PixelFormatMeta meta{};
-  bool unused_fourth = false;
+  bool unused_fourth = Notes(row, "X1R5G5B5 data");  // a 16-bit BMP whose top bits are 0: no alpha meant
   if (ParseFormat(surface->Data()->Format(), &meta)) {
     for (const ComponentMeta& c : meta.components) unused_fourth = unused_fourth || c.component == PixelComponent::X;
   }
@@ -255,7 +256,9 @@ std::string LoggedText(const CorpusRow& row) {
 
 // Rows whose format column is wrong, with the byte that shows it: the
 // maker assumed that pnmtopng keeps 16-bit samples, but these sources hold
-// only 8 bits' worth and it stored them with depth 8 (IHDR byte 24).
+// only 8 bits' worth and it stored them with depth 8 (IHDR byte 24); and two
+// 32-bit BMP files listed as X8R8G8B8 whose fourth bytes are not all 0
+// (pixel 33's is 8), which makes them A8R8G8B8.
 struct Erratum {
   const char* file;
   const char* format;
@@ -265,7 +268,14 @@ struct Erratum {
 const Erratum kErrata[] = {
     {"png/netpbm_rgb16.png", "R8G8B8", 24, 8},
     {"png/netpbm_gray16_interlaced.png", "A8", 24, 8},
+    {"bmp/pillow_rgb32bf.bmp", "A8R8G8B8", 66 + 33 * 4 + 3, 8},
+    {"bmp/pillow_rgb32h52.bmp", "A8R8G8B8", 66 + 33 * 4 + 3, 8},
 };
+
+// Refs not compared because their maker got the pixels wrong: it drops one
+// pixel of every RLE4 absolute run of odd length (the codes of the file's
+// second row add up to its width of 127 only when that pixel is counted).
+const char* const kWrongRefs[] = {"bmp/pillow_pal4rle.bmp"};
 
 // Rows the manifest lists as loading that the readers' rules refuse, with the
 // bytes in the file that show why and the line the refusal logs: HDR files
@@ -362,7 +372,8 @@ TEST_P(Corpus, FilesMatchTheManifestAndSurviveARoundTrip) {
       EXPECT_EQ(std::make_tuple(plane->Format(), plane->Width(), plane->Height()),
                 std::make_tuple(formats::A8, ull{image->Width()}, ull{image->Height()}));
     }
-    if (row.ref_kind != "-") {
+    const bool wrong_ref = std::find(std::begin(kWrongRefs), std::end(kWrongRefs), row.file) != std::end(kWrongRefs);
+    if (row.ref_kind != "-" && !wrong_ref) {
       const auto check = kRefChecks.find(row.ref_kind);
       const std::optional<Bytes> ref = testing::ReadFile(dir + "/" + row.ref);
       ASSERT_NE(check, kRefChecks.end()) << "no comparison for ref kind " << row.ref_kind;

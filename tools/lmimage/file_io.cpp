@@ -6,6 +6,7 @@
 #include <cstring>
 #include <filesystem>
 #include <ostream>
+#include <mutex>
 #include <random>
 #include <system_error>
 #include <utility>
@@ -121,14 +122,39 @@ void RefuseSameFile(const std::string& input, const std::string& output) {
   }
 }
 
-LogCapture::LogCapture() {
-  log::SetSink([this](unsigned int, log::Severity severity, int, const std::string& text) {
-    if (severity == log::Severity::Error) errors_.push_back(text);
-    if (severity == log::Severity::Warning) warnings_.push_back(text);
-  });
+namespace {
+thread_local LogCapture* innermost_capture = nullptr;
+std::mutex uncaptured_mutex;
+}  // namespace
+
+struct LogRouter {
+  static void Line(unsigned int channel, log::Severity severity, int level, const std::string& text) {
+    if (LogCapture* capture = innermost_capture) {
+      if (severity == log::Severity::Error) capture->errors_.push_back(text);
+      if (severity == log::Severity::Warning) capture->warnings_.push_back(text);
+      return;
+    }
+    // As the library's own sink prints it; negative levels are trace output.
+    if (severity == log::Severity::Message && level < 0) return;
+    const char* kind = severity == log::Severity::Error     ? "error"
+                       : severity == log::Severity::Warning ? "warning"
+                                                            : "message";
+    std::lock_guard<std::mutex> lock(uncaptured_mutex);
+    std::fprintf(stderr, "[lmimage:%u] %s: %s\n", channel, kind, text.c_str());
+  }
+};
+
+void InstallLogRouting() {
+  static std::once_flag once;
+  std::call_once(once, [] { log::SetSink(&LogRouter::Line); });
 }
 
-LogCapture::~LogCapture() { log::SetSink(log::Sink()); }
+LogCapture::LogCapture() : outer_(innermost_capture) {
+  InstallLogRouting();
+  innermost_capture = this;
+}
+
+LogCapture::~LogCapture() { innermost_capture = outer_; }
 
 std::string LogCapture::Detail() const {
   if (!errors_.empty()) return ": " + errors_.back();

@@ -32,8 +32,12 @@ void WriteFileAtomically(const std::string& path, const char* data, size_t size)
 // file (also through links), so an input is never overwritten by accident.
 void RefuseSameFile(const std::string& input, const std::string& output);
 
-// While alive, the library's error and warning lines are collected instead of
-// printed (they would add lines to stderr); other lines are dropped.
+// While alive, the library's error and warning lines logged on this thread are
+// collected instead of printed (they would add lines to stderr); other lines
+// are dropped. Captures nest, and threads capture independently: the first
+// capture installs one process-wide log sink that hands each line to the
+// innermost capture of the logging thread, or prints it as the library would.
+// Create the first capture (or call InstallLogRouting) before starting threads.
 class LogCapture {
  public:
   LogCapture();
@@ -47,9 +51,14 @@ class LogCapture {
   std::string Detail() const;
 
  private:
+  friend struct LogRouter;
+  LogCapture* outer_;
   std::vector<std::string> errors_;
   std::vector<std::string> warnings_;
 };
+
+// Installs the sink described at LogCapture; later calls do nothing.
+void InstallLogRouting();
 
 struct LoadedImage {
   FileBytes bytes;  // the image may view these bytes

@@ -1,106 +1,29 @@
-// lmimage convert: read an image file, optionally change its pixel format,
-// complete its mip chain and flip it, and write it in the container that the
-// output file's extension names.
-#include <cctype>
+// lmimage convert: read image files, run them through the convert pipeline
+// (pipeline.h) and write them in the container that the output's extension
+// names: one IN OUT pair, or many files on threads (batch.h).
+#include <chrono>
 #include <filesystem>
 #include <iostream>
 #include <memory>
 #include <optional>
 #include <ostream>
 #include <string>
+#include <thread>
 
+#if !defined(_WIN32)
+#  include <unistd.h>
+#endif
+
+#include "batch.h"
 #include "file_io.h"
 #include "format_args.h"
-#include "lumo/image/engines.h"
-#include "lumo/image/formats.h"
 #include "lumo/image/image_factory.h"
-#include "lumo/image/surface_data.h"
+#include "pipeline.h"
+#include "progress.h"
 #include "verbs.h"
 
 namespace lumo::image::cli {
 namespace {
-
-std::string Lower(std::string text) {
-  for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  return text;
-}
-
-FilterType ParseFilter(const std::string& arg) {
-  static const struct {
-    const char* name;
-    FilterType filter;
-  } kFilters[] = {
-      {"box", FilterType::Box},         {"bilinear", FilterType::Bilinear},     {"bicubic", FilterType::Bicubic},
-      {"bspline", FilterType::BSpline}, {"catmullrom", FilterType::CatmullRom}, {"lanczos3", FilterType::Lanczos3},
-      {"point", FilterType::Point},
-  };
-  const std::string wanted = Lower(arg);
-  for (const auto& entry : kFilters) {
-    if (wanted == entry.name) return entry.filter;
-  }
-  throw UsageError(arg, "unknown filter (box, bilinear, bicubic, bspline, catmullrom, lanczos3, point)");
-}
-
-std::string RegisteredFormats() {
-  std::string list;
-  // Every number the factory accepts is below 64.
-  for (int number = 1; number < 64; ++number) {
-    const ImageFormat format = static_cast<ImageFormat>(number);
-    if (!ImageFactory::Instance()->IsRegistered(format)) continue;
-    if (!list.empty()) list += ", ";
-    list += ImageFactory::FormatToString(format);
-  }
-  return list;
-}
-
-// The container named by the output's extension, checked before any work is done.
-ImageFormat OutputFormat(const std::string& path) {
-  std::string extension = std::filesystem::path(path).extension().string();
-  if (extension.size() < 2) throw UsageError(path, "no file extension to choose the output format from");
-  extension = Lower(extension.substr(1));
-  if (extension == "jpeg") extension = "jpg";  // the common spelling of the JPG container
-  const ImageFormat format = ImageFactory::StringToFormat(extension.c_str());
-  if (format == ImageFormat::UNKNOWN) {
-    throw UsageError(path,
-                     "no image format for extension '." + extension + "' (writable: " + RegisteredFormats() + ")");
-  }
-  return format;
-}
-
-std::string FormatName(const PixelFormatDescriptor& format) {
-  const std::string name = NameOf(format);
-  return name.empty() ? Hex(static_cast<unsigned long long>(format)) : name;
-}
-
-// Whether `container` stores `format` as it is. Block-compressed data cannot
-// be converted on the way, so a container must read it back under the same
-// name (a relabelling would change what the blocks mean); other formats need
-// only be accepted by the writer. Probed with a small picture, nothing kept.
-bool CanHold(ImageFormat container, const PixelFormatDescriptor& format) {
-  LogCapture quiet;
-  const std::shared_ptr<SurfaceDataBitmap> sample = SurfaceDataBitmap::Create(16, 16, format, 2);
-  if (!sample) return false;
-  size_t size = 0;
-  const std::shared_ptr<char> file = ImageFactory::Instance()->Serialize(container, sample.get(), &size, 0);
-  if (!file) return false;
-  if (!IsCompressed(format)) return true;
-  const std::shared_ptr<Image> image = ImageFactory::Instance()->Create(container, file, size);
-  const std::shared_ptr<Pyramid> pyramid = image ? image->GetPyramid(false) : nullptr;
-  return pyramid && pyramid->Format() == format;
-}
-
-// "the KTX container cannot hold ETC1 pixels; containers that can: PKM, PVR".
-std::string CannotHold(ImageFormat container, const PixelFormatDescriptor& format) {
-  std::string others;
-  for (int number = 1; number < 64; ++number) {
-    const ImageFormat other = static_cast<ImageFormat>(number);
-    if (other == container || !ImageFactory::Instance()->IsRegistered(other) || !CanHold(other, format)) continue;
-    others += (others.empty() ? "" : ", ") + std::string(ImageFactory::FormatToString(other));
-  }
-  return std::string("the ") + ImageFactory::FormatToString(container) + " container cannot hold " +
-         FormatName(format) + " pixels; " + (others.empty() ? "no container can" : "containers that can: " + others) +
-         (IsCompressed(format) ? "" : " (or convert them with --format)");
-}
 
 std::string Plural(unsigned long long count, const char* noun) {
   return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
@@ -123,96 +46,168 @@ std::string Summary(const std::string& path, ImageFormat container, const std::s
          Plural(shown->LevelsCurrent(), "level") + ", " + std::to_string(size) + " bytes";
 }
 
-int Run(const Invocation& invocation) {
+// The single-file form: IN OUT, one line describing what was written.
+int RunSingle(const Invocation& invocation) {
   if (invocation.operands.size() != 2) throw UsageError("expects exactly two files: IN OUT");
   const std::string& input = invocation.operands[0];
   const std::string& output = invocation.operands[1];
 
   // Every usage error is found before the input is read.
-  std::optional<Resolved> target;
-  if (invocation.Has("format")) target = ResolveFormat(invocation.Value("format"));
-  const bool mips = invocation.Has("mips");
-  FilterType filter = FilterType::Box;
-  if (invocation.Has("filter")) {
-    if (!mips) throw UsageError("--filter", "only applies with --mips");
-    filter = ParseFilter(invocation.Value("filter"));
-  }
-  const ImageFormat container = OutputFormat(output);
+  const ImageFormat container =
+      ContainerForExtension(std::filesystem::path(output).extension().string(), output);
+  const PipelineOptions options = ParsePipelineOptions(invocation, container);
   RefuseSameFile(input, output);
 
-  const LoadedImage loaded = LoadImage(input);
-  for (const std::string& warning : loaded.warnings) {
+  const ConvertedImage converted = ConvertImage(input, output, container, options);
+  for (const std::string& warning : converted.warnings) {
     PrintDiagnostic(std::cerr, invocation.verb->name, input, "warning: " + warning);
   }
-  std::shared_ptr<Pyramid> pyramid = loaded.pyramid;
-  const PixelFormatDescriptor source = pyramid->Format();
-
-  const auto complete = [&] {
-    LogCapture log;
-    if (!pyramid->MakeComplete(filter)) {
-      throw Failure(input, "cannot make the mip levels of this " + MipmapTypeName(loaded.image->Type()) + " (" +
-                               FormatName(pyramid->Format()) + ")" + log.Detail());
-    }
-  };
-  // Mips are made from the source when it can be resampled, so they are not
-  // rounded through a smaller target format; compressed pixels cannot be.
-  const bool mips_first = mips && !IsCompressed(source);
-  if (mips_first) complete();
-  // The converters have no identity step: converting to the same format would fail.
-  if (target && target->descriptor != source) {
-    LogCapture log;
-    std::shared_ptr<Pyramid> converted = pyramid->ConvertCopy(target->descriptor);
-    if (!converted) {
-      throw Failure(input, "cannot convert " + FormatName(source) + " to " + target->name + log.Detail());
-    }
-    pyramid = std::move(converted);
-  }
-  if (mips && !mips_first) complete();
-  if (invocation.Has("flip-vertical")) {
-    LogCapture log;
-    if (!pyramid->FlipVertical()) {
-      throw Failure(input, "cannot flip " + FormatName(pyramid->Format()) + " pixels" + log.Detail());
-    }
-  }
-
-  if (!CanHold(container, pyramid->Format())) throw Failure(output, CannotHold(container, pyramid->Format()));
-  size_t size = 0;
-  std::shared_ptr<char> file;
-  {
-    LogCapture log;
-    file = ImageFactory::Instance()->Serialize(container, pyramid.get(), &size, 0);
-    if (!file) {
-      throw Failure(output, std::string("cannot write ") + FormatName(pyramid->Format()) + " pixels as " +
-                                ImageFactory::FormatToString(container) + log.Detail());
-    }
-  }
-  const std::string summary = Summary(output, container, file, size, *pyramid);
-  WriteFileAtomically(output, file.get(), size);
-  *invocation.out << summary << '\n';
+  const std::string summary = Summary(output, container, converted.file, converted.size, *converted.pyramid);
+  WriteFileAtomically(output, converted.file.get(), converted.size);
+  if (!invocation.Has("quiet")) *invocation.out << summary << '\n';
   return kExitOk;
+}
+
+unsigned ParseJobs(const Invocation& invocation) {
+  if (!invocation.Has("jobs")) return std::max(1u, std::thread::hardware_concurrency());
+  const std::string& text = invocation.Value("jobs");
+  if (text.empty() || text.size() > 4 || text.find_first_not_of("0123456789") != std::string::npos ||
+      std::stoul(text) == 0 || std::stoul(text) > 1024) {
+    throw UsageError(text, "--jobs needs a whole number from 1 to 1024");
+  }
+  return static_cast<unsigned>(std::stoul(text));
+}
+
+ProgressMode ChooseMode(const Invocation& invocation) {
+  if (invocation.Has("quiet")) {
+    if (invocation.Has("verbose")) throw UsageError("--quiet", "cannot be combined with --verbose");
+    return ProgressMode::kQuiet;
+  }
+  if (invocation.Has("verbose")) return ProgressMode::kFileLines;
+#if !defined(_WIN32)
+  if (invocation.out == &std::cout && ::isatty(STDOUT_FILENO)) return ProgressMode::kStatusLine;
+#endif
+  return ProgressMode::kFileLines;
+}
+
+// Many files: every usage error first, then each file on its own; one file's
+// failure is reported and the others still convert.
+int RunBatch(const Invocation& invocation) {
+  BatchRequest request;
+  request.operands = invocation.operands;
+  request.recursive = invocation.Has("recursive");
+  if (invocation.Has("file-list")) request.file_list = invocation.Value("file-list");
+  if (invocation.Has("output-dir")) request.output_dir = invocation.Value("output-dir");
+  if (invocation.Has("to")) {
+    request.extension = invocation.Value("to");
+  } else if (invocation.operands.size() == 2 && !request.output_dir) {
+    request.extension = std::filesystem::path(invocation.operands[1]).extension().string();
+  } else {
+    throw UsageError("--to", "is needed to name the output container of several inputs (e.g. --to dds)");
+  }
+  if (request.extension.empty() || request.extension.find('/') != std::string::npos) {
+    throw UsageError(request.extension, "--to needs a file extension such as dds");
+  }
+  if (request.extension[0] != '.') request.extension.insert(0, ".");
+  const ImageFormat container = ContainerForExtension(request.extension, request.extension);
+  const PipelineOptions options = ParsePipelineOptions(invocation, container);
+  const unsigned threads = ParseJobs(invocation);
+  const ProgressMode mode = ChooseMode(invocation);
+  const bool force = invocation.Has("force");
+  const std::vector<Job> jobs = PlanJobs(request);
+
+  InstallLogRouting();  // before the threads log anything
+  Progress progress(mode, *invocation.out, std::cerr, jobs.size(), invocation.verb->name);
+  RunOnThreads(jobs.size(), threads, [&](std::size_t index) {
+    const Job& job = jobs[index];
+    const auto start = std::chrono::steady_clock::now();
+    FileReport report;
+    report.input = job.input;
+    report.output = job.output;
+    if (!force && IsUpToDate(job.input, job.output)) {
+      report.result = FileResult::kSkipped;
+      progress.Done(report);
+      return;
+    }
+    try {
+      const ConvertedImage converted = ConvertImage(job.input, job.output, container, options);
+      for (const std::string& warning : converted.warnings) progress.Diagnostic(job.input, "warning: " + warning);
+      std::string reason;
+      if (!MakeParentFolders(job.output, &reason)) throw Failure(job.output, "cannot write: " + reason);
+      WriteFileAtomically(job.output, converted.file.get(), converted.size);
+      report.result = FileResult::kConverted;
+      report.bytes_in = converted.bytes_in;
+      report.bytes_out = converted.size;
+    } catch (const Error& error) {
+      report.result = FileResult::kFailed;
+      progress.Diagnostic(error.subject().value_or(job.input), error.what());
+    } catch (const std::exception& error) {
+      report.result = FileResult::kFailed;
+      progress.Diagnostic(job.input, error.what());
+    }
+    report.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    progress.Done(report);
+  });
+  progress.Finish();
+  return progress.Failed() == 0 ? kExitOk : kExitFailed;
+}
+
+int Run(const Invocation& invocation) {
+  const bool batch = invocation.Has("recursive") || invocation.Has("file-list") || invocation.Has("output-dir") ||
+                     invocation.Has("to") || invocation.operands.size() > 2;
+  return batch ? RunBatch(invocation) : RunSingle(invocation);
 }
 
 }  // namespace
 
 Verb ConvertVerb() {
+  std::vector<Option> options = {
+      {"recursive", nullptr, "convert the image files in folder operands and below"},
+      {"file-list", "FILE", "also convert the files named in FILE, one path per line"},
+      {"output-dir", "DIR", "write the outputs under DIR at the inputs' relative paths"},
+      {"to", "EXT", "container of the outputs, by extension (dds, ktx, png, ...)"},
+      {"force", nullptr, "convert even when the output is newer than its input"},
+      {"jobs", "N", "convert N files at once (default: the number of processors)"},
+      {"verbose", nullptr, "one line per file, also on a terminal"},
+      {"quiet", nullptr, "print errors only"},
+  };
+  for (Option& option : PipelineOptionList()) options.push_back(option);
   return Verb{
       "convert",
-      "convert an image file to another pixel format or container",
-      "IN OUT [--format NAME] [--mips [--filter NAME]] [--flip-vertical]",
-      "Reads IN (any registered container) and writes OUT in the container named\n"
-      "by OUT's extension (.dds, ...). --format converts every level to a format\n"
-      "name or 0x hex value; --mips completes the mip chain down to 1x1; and\n"
-      "--flip-vertical turns the rows upside down. Block-compressed levels are\n"
-      "copied as they are (never decoded); a container that cannot hold the\n"
-      "format is named with those that can. OUT is written to a temporary\n"
-      "file beside it and renamed, so a failed run leaves it untouched; OUT may not\n"
-      "be IN. Prints one line describing the written file.",
-      {
-          {"format", "NAME", "convert the pixels to this format (name or 0x hex)"},
-          {"mips", nullptr, "complete the mip chain"},
-          {"filter", "NAME", "mip filter: box (default), bilinear, bicubic, bspline, catmullrom, lanczos3, point"},
-          {"flip-vertical", nullptr, "flip every level upside down"},
-      },
+      "convert image files to another pixel format or container",
+      "IN OUT [options]\n"
+      "IN... --to EXT [--output-dir DIR] [options]\n"
+      "--recursive FOLDER... --to EXT --output-dir DIR [options]\n"
+      "--file-list FILE --to EXT [--output-dir DIR] [options]",
+      "Reads each input (any registered container) and writes it in the container\n"
+      "named by OUT's extension or by --to. With --output-dir the outputs keep the\n"
+      "inputs' paths relative to the folder operands (or as given, for relative\n"
+      "file paths without ..); without it each output is written beside its input.\n"
+      "Folders are searched with --recursive for files with image extensions.\n"
+      "\n"
+      "Pipeline, always in this order: --assume-srgb; --resize; --max-size; --pow2;\n"
+      "--mips (with --filter); --format; --flip-vertical; writing with the writer\n"
+      "flags (--png-level, --png-interlaced, --tga-rle, --hdr-rle, --jpeg-quality;\n"
+      "each only for its container). Resizing uses the box filter and keeps only\n"
+      "the top level (a file's mip chain is remade). Block-compressed levels are\n"
+      "never decoded: they are resampled only after --format made them plain.\n"
+      "sRGB pixels are resampled in linear light (decoded to float with the sRGB\n"
+      "transfer function, filtered, encoded back) unless --mips-in-gamma-space;\n"
+      "pictures (PNG, JPEG, TGA, BMP) carry no sRGB label: --assume-srgb adds it.\n"
+      "\n"
+      "An output is never an input, and is written to a temporary file beside it\n"
+      "and renamed, so a failed run leaves it untouched. With several inputs an\n"
+      "output newer than its input is skipped unless --force, and --jobs files\n"
+      "convert at once. On a terminal one status line shows files done, failures,\n"
+      "throughput and time left; otherwise, or with --verbose, one line per file\n"
+      "(converted/skipped/failed); a summary line ends the run. IN OUT alone always\n"
+      "converts and prints one line describing the written file.\n"
+      "\n"
+      "Exit status:\n"
+      "  0  every file converted or up to date\n"
+      "  1  some file failed (named on stderr); the others were converted\n"
+      "  2  usage error, found before any file is converted",
+      options,
       &Run,
   };
 }

@@ -116,6 +116,9 @@ run convert "$tmp/flat.tga" "$tmp/z9.png" --png-level 9; expect_status 0
 [ "$(wc -c <"$tmp/z9.png")" -lt "$(wc -c <"$tmp/z0.png")" ] || fail "--png-level 0 and 9 gave no difference in size"
 run convert "$tmp/flat.tga" "$tmp/i.png" --png-level 9 --png-interlaced; expect_status 0
 cmp -s "$tmp/i.png" "$tmp/z9.png" && fail "--png-interlaced wrote the same file"
+run convert "$tmp/flat.tga" "$tmp/flat.hdr" --format B32fG32fR32f; expect_status 0
+run convert "$tmp/flat.tga" "$tmp/rle.hdr" --format B32fG32fR32f --hdr-rle; expect_status 0
+[ "$(wc -c <"$tmp/rle.hdr")" -lt "$(wc -c <"$tmp/flat.hdr")" ] || fail "--hdr-rle did not shrink a flat HDR"
 tga "$tmp/photo.tga" 64 64 40 120 200
 run convert "$tmp/photo.tga" "$tmp/q1.jpg" --jpeg-quality superb; expect_status 0
 run convert "$tmp/photo.tga" "$tmp/q5.jpg" --jpeg-quality bad; expect_status 0
@@ -224,6 +227,14 @@ if [ -n "$corpus" ] && [ -f "$corpus/MANIFEST.tsv" ]; then
   [ -s "$tmp/missed" ] && fail "$last: $(head -3 "$tmp/missed")"
   converted=$(sed -n 's/^converted \([0-9]*\),.*/\1/p' "$tmp/out")
   [ "${converted:-0}" -ge 100 ] || fail "$last: only ${converted:-0} files converted"
+  # Threads change nothing in the files written.
+  run convert --recursive "$corpus" --output-dir "$tmp/c1" --to dds --mips --assume-srgb --jobs 1 --quiet
+  run convert --recursive "$corpus" --output-dir "$tmp/c2" --to dds --mips --assume-srgb --jobs 2 --quiet
+  (cd "$tmp/c1" && find . -type f | sort) >"$tmp/c1.list"
+  (cd "$tmp/c2" && find . -type f | sort) >"$tmp/c2.list"
+  cmp -s "$tmp/c1.list" "$tmp/c2.list" || fail "$last: --jobs 1 and 2 wrote different files"
+  while read -r f; do cmp -s "$tmp/c1/$f" "$tmp/c2/$f" || echo "$f"; done <"$tmp/c1.list" >"$tmp/differ"
+  [ -s "$tmp/differ" ] && fail "$last: --jobs 1 and 2 differ in $(head -3 "$tmp/differ")"
 else
   echo "batch_test: no corpus folder given; skipping the checks on real files"
 fi

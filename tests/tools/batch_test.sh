@@ -149,6 +149,7 @@ $tmp/u/src/a.tga $tmp/u/src/a.png $tmp/cb.png|'--to': is needed
 --to png --recursive $tmp/u/src|is an input file
 --to dds --recursive --output-dir $tmp/u/out $tmp/u/src|is the output of both
 $tmp/u/src/a.tga $tmp/u/src/a.tga.dds --mips --filter sinc|unknown filter
+$tmp/u/src/a.tga $tmp/u/src/a.tga.dds --jobs x|--jobs needs a whole number
 EOF
 cmp -s "$tmp/u/src/a.png" "$tmp/u/a.copy" || fail "a refused batch changed an input"
 

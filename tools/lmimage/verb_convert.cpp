@@ -1,7 +1,9 @@
 // lmimage convert: read image files, run them through the convert pipeline
 // (pipeline.h) and write them in the container that the output's extension
 // names: one IN OUT pair, or many files on threads (batch.h).
+#include <algorithm>
 #include <chrono>
+#include <exception>
 #include <filesystem>
 #include <iostream>
 #include <memory>
@@ -9,6 +11,7 @@
 #include <ostream>
 #include <string>
 #include <thread>
+#include <vector>
 
 #if !defined(_WIN32)
 #  include <unistd.h>
@@ -46,28 +49,6 @@ std::string Summary(const std::string& path, ImageFormat container, const std::s
          Plural(shown->LevelsCurrent(), "level") + ", " + std::to_string(size) + " bytes";
 }
 
-// The single-file form: IN OUT, one line describing what was written.
-int RunSingle(const Invocation& invocation) {
-  if (invocation.operands.size() != 2) throw UsageError("expects exactly two files: IN OUT");
-  const std::string& input = invocation.operands[0];
-  const std::string& output = invocation.operands[1];
-
-  // Every usage error is found before the input is read.
-  const ImageFormat container =
-      ContainerForExtension(std::filesystem::path(output).extension().string(), output);
-  const PipelineOptions options = ParsePipelineOptions(invocation, container);
-  RefuseSameFile(input, output);
-
-  const ConvertedImage converted = ConvertImage(input, output, container, options);
-  for (const std::string& warning : converted.warnings) {
-    PrintDiagnostic(std::cerr, invocation.verb->name, input, "warning: " + warning);
-  }
-  const std::string summary = Summary(output, container, converted.file, converted.size, *converted.pyramid);
-  WriteFileAtomically(output, converted.file.get(), converted.size);
-  if (!invocation.Has("quiet")) *invocation.out << summary << '\n';
-  return kExitOk;
-}
-
 unsigned ParseJobs(const Invocation& invocation) {
   if (!invocation.Has("jobs")) return std::max(1u, std::thread::hardware_concurrency());
   const std::string& text = invocation.Value("jobs");
@@ -90,6 +71,31 @@ ProgressMode ChooseMode(const Invocation& invocation) {
   return ProgressMode::kFileLines;
 }
 
+// The single-file form: IN OUT, one line describing what was written.
+int RunSingle(const Invocation& invocation) {
+  if (invocation.operands.size() != 2) throw UsageError("expects exactly two files: IN OUT");
+  const std::string& input = invocation.operands[0];
+  const std::string& output = invocation.operands[1];
+
+  // Every usage error is found before the input is read.
+  const ImageFormat container =
+      ContainerForExtension(std::filesystem::path(output).extension().string(), output);
+  const PipelineOptions options = ParsePipelineOptions(invocation, container);
+  // Checked like the batch form's, so that one command line suits both.
+  ParseJobs(invocation);
+  ChooseMode(invocation);
+  RefuseSameFile(input, output);
+
+  const ConvertedImage converted = ConvertImage(input, output, container, options);
+  for (const std::string& warning : converted.warnings) {
+    PrintDiagnostic(std::cerr, invocation.verb->name, input, "warning: " + warning);
+  }
+  const std::string summary = Summary(output, container, converted.file, converted.size, *converted.pyramid);
+  WriteFileAtomically(output, converted.file.get(), converted.size);
+  if (!invocation.Has("quiet")) *invocation.out << summary << '\n';
+  return kExitOk;
+}
+
 // Many files: every usage error first, then each file on its own; one file's
 // failure is reported and the others still convert.
 int RunBatch(const Invocation& invocation) {
@@ -98,13 +104,10 @@ int RunBatch(const Invocation& invocation) {
   request.recursive = invocation.Has("recursive");
   if (invocation.Has("file-list")) request.file_list = invocation.Value("file-list");
   if (invocation.Has("output-dir")) request.output_dir = invocation.Value("output-dir");
-  if (invocation.Has("to")) {
-    request.extension = invocation.Value("to");
-  } else if (invocation.operands.size() == 2 && !request.output_dir) {
-    request.extension = std::filesystem::path(invocation.operands[1]).extension().string();
-  } else {
+  if (!invocation.Has("to")) {
     throw UsageError("--to", "is needed to name the output container of several inputs (e.g. --to dds)");
   }
+  request.extension = invocation.Value("to");
   if (request.extension.empty() || request.extension.find('/') != std::string::npos) {
     throw UsageError(request.extension, "--to needs a file extension such as dds");
   }

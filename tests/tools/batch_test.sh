@@ -139,6 +139,8 @@ $tmp/u/src/a.tga $tmp/u/src/a.png $tmp/cb.png|'--to': is needed
 --to xyz --output-dir $tmp/u/out $tmp/u/src/a.tga|no image format for extension '.xyz'
 --to dds --output-dir $tmp/u/out $tmp/u/src|is a folder (add --recursive
 --to dds --jobs 0 --output-dir $tmp/u/out $tmp/u/src/a.tga|--jobs needs a whole number
+--to dds -j 0 -o $tmp/u/out $tmp/u/src/a.tga|--jobs needs a whole number
+--to dds -rf -o $tmp/u/out $tmp/u/src|'-rf': unknown option
 --to dds --png-level 3 --output-dir $tmp/u/out $tmp/u/src/a.tga|'--png-level': only applies to PNG output
 --to png --png-level 10 --output-dir $tmp/u/out $tmp/u/src/a.tga|--png-level needs a whole number from 0 to 9
 --to dds --resize 10 --output-dir $tmp/u/out $tmp/u/src/a.tga|--resize needs WIDTHxHEIGHT
@@ -158,7 +160,7 @@ mkdir -p "$tmp/t/src/a" "$tmp/t/src/b/c"
 cp "$tmp/p8x2.tga" "$tmp/t/src/a/x.tga"
 cp "$tmp/cb.png" "$tmp/t/src/b/c/y.png"
 echo "not an image" >"$tmp/t/src/b/notes.txt"
-run convert --recursive "$tmp/t/src" --output-dir "$tmp/t/out" --to dds --mips --jobs 2; expect_status 0
+run convert -r "$tmp/t/src" -o "$tmp/t/out" --to dds --mips -j2; expect_status 0
 for f in a/x.dds b/c/y.dds; do [ -f "$tmp/t/out/$f" ] || fail "$last: no $f"; done
 [ "$(find "$tmp/t/out" -type f | wc -l)" -eq 2 ] || fail "$last: other files written: $(find "$tmp/t/out" -type f)"
 expect_count "converted $tmp/t/src/" "$tmp/out" 2

@@ -18,6 +18,13 @@ const Option* FindOption(const Verb& verb, const std::string& name) {
   return nullptr;
 }
 
+const Option* FindShortOption(const Verb& verb, char name) {
+  for (const Option& option : verb.options) {
+    if (option.short_name != 0 && option.short_name == name) return &option;
+  }
+  return nullptr;
+}
+
 }  // namespace
 
 const Verb* FindVerb(const std::string& name) {
@@ -50,7 +57,8 @@ void PrintVerbUsage(const Verb& verb, std::ostream& out) {
   // Option column wide enough for the longest "--name VALUE".
   std::vector<std::pair<std::string, std::string>> rows;
   for (const Option& option : verb.options) {
-    std::string left = std::string("--") + option.name;
+    std::string left = option.short_name != 0 ? std::string("-") + option.short_name + ", --" + option.name
+                                               : std::string("--") + option.name;
     if (option.value_name != nullptr) left += std::string(" ") + option.value_name;
     rows.emplace_back(left, option.help);
   }
@@ -103,7 +111,21 @@ Invocation ParseArguments(const Verb& verb, const std::vector<std::string>& args
       options_done = true;
       continue;
     }
-    if (arg[1] != '-') throw UsageError(arg, "unknown option");
+    if (arg[1] != '-') {
+      const Option* option = FindShortOption(verb, arg[1]);
+      if (option == nullptr) throw UsageError(arg, "unknown option");
+      if (option->value_name == nullptr) {
+        if (arg.size() != 2) throw UsageError(arg, "unknown option");
+        invocation.options[option->name] = "";
+      } else if (arg.size() > 2) {
+        invocation.options[option->name] = arg.substr(2);
+      } else if (i + 1 < args.size()) {
+        invocation.options[option->name] = args[++i];
+      } else {
+        throw UsageError(arg, std::string("option needs a value (") + option->value_name + ")");
+      }
+      continue;
+    }
 
     const size_t equals = arg.find('=');
     const std::string name = arg.substr(2, equals == std::string::npos ? std::string::npos : equals - 2);

@@ -52,6 +52,7 @@ struct Option {
   const char* name;        // without the leading "--"
   const char* value_name;  // null for a flag; else "--name VALUE" or "--name=VALUE"
   const char* help;
+  char short_name = 0;     // also spelled "-x" / "-x VALUE" / "-xVALUE"; 0 for none
 };
 
 struct Invocation;

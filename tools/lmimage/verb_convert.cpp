@@ -165,12 +165,12 @@ int Run(const Invocation& invocation) {
 
 Verb ConvertVerb() {
   std::vector<Option> options = {
-      {"recursive", nullptr, "convert the image files in folder operands and below"},
+      {"recursive", nullptr, "convert the image files in folder operands and below", 'r'},
       {"file-list", "FILE", "also convert the files named in FILE, one path per line"},
-      {"output-dir", "DIR", "write the outputs under DIR at the inputs' relative paths"},
+      {"output-dir", "DIR", "write the outputs under DIR at the inputs' relative paths", 'o'},
       {"to", "EXT", "container of the outputs, by extension (dds, ktx, png, ...)"},
       {"force", nullptr, "convert even when the output is newer than its input"},
-      {"jobs", "N", "convert N files at once (default: the number of processors)"},
+      {"jobs", "N", "convert N files at once (default: the number of processors)", 'j'},
       {"verbose", nullptr, "one line per file, also on a terminal"},
       {"quiet", nullptr, "print errors only"},
   };
@@ -179,9 +179,9 @@ Verb ConvertVerb() {
       "convert",
       "convert image files to another pixel format or container",
       "IN OUT [options]\n"
-      "IN... --to EXT [--output-dir DIR] [options]\n"
-      "--recursive FOLDER... --to EXT --output-dir DIR [options]\n"
-      "--file-list FILE --to EXT [--output-dir DIR] [options]",
+      "IN... --to EXT [-o DIR] [options]\n"
+      "-r FOLDER... --to EXT -o DIR [options]\n"
+      "--file-list FILE --to EXT [-o DIR] [options]",
       "Reads each input (any registered container) and writes it in the container\n"
       "named by OUT's extension or by --to. With --output-dir the outputs keep the\n"
       "inputs' paths relative to the folder operands (or as given, for relative\n"

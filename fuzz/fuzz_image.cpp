@@ -17,10 +17,11 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
   // Nearly every input is refused with a log line; printing them would cost
   // more than decoding.
   lumo::log::SetSink([](unsigned, lumo::log::Severity, int, const std::string&) {});
-  // Pictures up to 1024 x 1024: large enough for every code path, small enough
-  // that a tiny file declaring a big picture costs milliseconds, not a second
-  // of zeroing, decoding and writing back.
-  lumo::image::SetMaxDecodePixels(1ull << 20);
+  // Pictures up to 65536 pixels (256 x 256): enough for every code path (LZW
+  // tables fill and reset, run-length packets cross rows), and a tiny file
+  // declaring a big picture costs well under a millisecond to decode and write
+  // back instead of tens of milliseconds.
+  lumo::image::SetMaxDecodePixels(1ull << 16);
   return 0;
 }
 

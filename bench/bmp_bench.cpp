@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "bench_util.h"
+#include "stb_compare.h"
 #include "lumo/image/formats.h"
 #include "lumo/image/image_factory.h"
 #include "lumo/image/surface_data.h"
@@ -108,53 +109,17 @@ std::vector<char> Palette8(bool rle) {
   file[0] = 'B', file[1] = 'M';
   Put32(&file, 2, static_cast<std::uint32_t>(file.size()));
   Put32(&file, 10, static_cast<std::uint32_t>(offset));
-  const std::uint32_t header[] = {40, kSide, kSide, 1 | 8 << 16, rle ? 1u : 0u,
-                                  static_cast<std::uint32_t>(file.size() - offset), 2835, 2835, 256, 0};
+  const std::uint32_t header[] = {
+      40,   kSide, kSide, 1 | 8 << 16, rle ? 1u : 0u, static_cast<std::uint32_t>(file.size() - offset), 2835,
+      2835, 256,   0};
   for (size_t i = 0; i < 10; ++i) Put32(&file, 14 + 4 * i, header[i]);
   return file;
 }
 
-template <typename Fn>
-double Seconds(Fn&& fn) {
-  const auto start = std::chrono::steady_clock::now();
-  fn();
-  return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-}
-
-double Median(std::vector<double> v) {
-  std::sort(v.begin(), v.end());
-  return v.empty() ? 0 : v[v.size() / 2];
-}
-
 void BM_BMPDecode(benchmark::State& state, std::vector<char> (*make)(), unsigned decoded_bytes_per_pixel) {
   const std::vector<char> file = make();
-  if (file.empty()) {
-    state.SkipWithError("the picture could not be written");
-    return;
-  }
-  const std::shared_ptr<char> bytes(const_cast<char*>(file.data()), im::null_deleter());
-  std::vector<double> ours, stb;
-  for (auto _ : state) {
-    stb.push_back(Seconds([&] {
-      int w = 0, h = 0, n = 0;
-      stbi_uc* pixels = stbi_load_from_memory(reinterpret_cast<const stbi_uc*>(file.data()),
-                                              static_cast<int>(file.size()), &w, &h, &n, 0);
-      benchmark::DoNotOptimize(pixels);
-      stbi_image_free(pixels);
-    }));
-    const double t = Seconds([&] {
-      auto image = im::ImageFactory::Instance()->Create(im::ImageFormat::BMP, bytes, file.size());
-      benchmark::DoNotOptimize(image.get());
-    });
-    ours.push_back(t);
-    state.SetIterationTime(t);
-  }
-  state.counters["stb_ms"] = Median(stb) * 1e3;
-  state.counters["ours_ms"] = Median(ours) * 1e3;
-  state.counters["vs_stb"] = Median(ours) / Median(stb);
-  state.counters["file_bytes"] = static_cast<double>(file.size());
-  im::bench::ReportVsMemcpy(state, static_cast<unsigned long long>(kSide) * kSide * decoded_bytes_per_pixel,
-                            Median(ours));
+  im::bench::DecodeVsStb(state, im::ImageFormat::BMP, file,
+                         static_cast<unsigned long long>(kSide) * kSide * decoded_bytes_per_pixel);
 }
 
 const bool kRegistered = [] {

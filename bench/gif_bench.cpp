@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "bench_util.h"
+#include "stb_compare.h"
 #include "lumo/image/formats.h"
 #include "lumo/image/image_factory.h"
 #include "lumo/image/surface_data.h"
@@ -55,48 +56,11 @@ std::vector<char> File() {
   return file ? std::vector<char>(file.get(), file.get() + size) : std::vector<char>();
 }
 
-template <typename Fn>
-double Seconds(Fn&& fn) {
-  const auto start = std::chrono::steady_clock::now();
-  fn();
-  return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-}
-
-double Median(std::vector<double> v) {
-  std::sort(v.begin(), v.end());
-  return v.empty() ? 0 : v[v.size() / 2];
-}
-
 constexpr unsigned long long kDecodedBytes = static_cast<unsigned long long>(kSide) * kSide * 3;
 
 void BM_GIFDecode(benchmark::State& state) {
   const std::vector<char> file = File();
-  if (file.empty()) {
-    state.SkipWithError("the writer refused the picture");
-    return;
-  }
-  const std::shared_ptr<char> bytes(const_cast<char*>(file.data()), im::null_deleter());
-  std::vector<double> ours, stb;
-  for (auto _ : state) {
-    stb.push_back(Seconds([&] {
-      int w = 0, h = 0, n = 0;
-      stbi_uc* pixels = stbi_load_from_memory(reinterpret_cast<const stbi_uc*>(file.data()),
-                                              static_cast<int>(file.size()), &w, &h, &n, 0);
-      benchmark::DoNotOptimize(pixels);
-      stbi_image_free(pixels);
-    }));
-    const double t = Seconds([&] {
-      auto image = im::ImageFactory::Instance()->Create(im::ImageFormat::GIF, bytes, file.size());
-      benchmark::DoNotOptimize(image.get());
-    });
-    ours.push_back(t);
-    state.SetIterationTime(t);
-  }
-  state.counters["stb_ms"] = Median(stb) * 1e3;
-  state.counters["ours_ms"] = Median(ours) * 1e3;
-  state.counters["vs_stb"] = Median(ours) / Median(stb);
-  state.counters["file_bytes"] = static_cast<double>(file.size());
-  im::bench::ReportVsMemcpy(state, kDecodedBytes, Median(ours));
+  im::bench::DecodeVsStb(state, im::ImageFormat::GIF, file, kDecodedBytes);
 }
 
 void BM_GIFEncode(benchmark::State& state) {

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "bench_util.h"
+#include "stb_compare.h"
 #include "lumo/image/formats.h"
 #include "lumo/image/image_factory.h"
 #include "lumo/image/surface_data.h"
@@ -47,54 +48,9 @@ std::vector<char> File(int flags) {
   return file ? std::vector<char>(file.get(), file.get() + size) : std::vector<char>();
 }
 
-// CPU seconds of this thread: the machine is shared, and wall time would
-// mostly measure the other processes.
-double ThreadSeconds() {
-  timespec t{};
-  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
-  return static_cast<double>(t.tv_sec) + static_cast<double>(t.tv_nsec) * 1e-9;
-}
-
-template <typename Fn>
-double Seconds(Fn&& fn) {
-  const double start = ThreadSeconds();
-  fn();
-  return ThreadSeconds() - start;
-}
-
-double Median(std::vector<double> v) {
-  std::sort(v.begin(), v.end());
-  return v.empty() ? 0 : v[v.size() / 2];
-}
-
 void BM_HDRDecode(benchmark::State& state, int flags) {
   const std::vector<char> file = File(flags);
-  if (file.empty()) {
-    state.SkipWithError("the writer refused the picture");
-    return;
-  }
-  const std::shared_ptr<char> bytes(const_cast<char*>(file.data()), im::null_deleter());
-  std::vector<double> ours, stb;
-  for (auto _ : state) {
-    stb.push_back(Seconds([&] {
-      int w = 0, h = 0, n = 0;
-      float* pixels = stbi_loadf_from_memory(reinterpret_cast<const stbi_uc*>(file.data()),
-                                             static_cast<int>(file.size()), &w, &h, &n, 0);
-      benchmark::DoNotOptimize(pixels);
-      stbi_image_free(pixels);
-    }));
-    const double t = Seconds([&] {
-      auto image = im::ImageFactory::Instance()->Create(im::ImageFormat::HDR, bytes, file.size());
-      benchmark::DoNotOptimize(image.get());
-    });
-    ours.push_back(t);
-    state.SetIterationTime(t);
-  }
-  state.counters["stb_ms"] = Median(stb) * 1e3;
-  state.counters["ours_ms"] = Median(ours) * 1e3;
-  state.counters["vs_stb"] = Median(ours) / Median(stb);
-  state.counters["file_bytes"] = static_cast<double>(file.size());
-  im::bench::ReportVsMemcpy(state, static_cast<unsigned long long>(kSide) * kSide * 8, Median(ours));
+  im::bench::DecodeVsStb(state, im::ImageFormat::HDR, file, static_cast<unsigned long long>(kSide) * kSide * 8, true);
 }
 
 const bool kRegistered = [] {

@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "bench_util.h"
+#include "stb_compare.h"
 #include "lumo/image/formats.h"
 #include "lumo/image/image_factory.h"
 #include "lumo/image/surface_data.h"
@@ -50,56 +51,10 @@ std::vector<char> File(im::PixelFormatDescriptor format, int flags) {
   return file ? std::vector<char>(file.get(), file.get() + size) : std::vector<char>();
 }
 
-// CPU seconds of this thread (user and system, page faults included): the
-// machine is shared, and wall time would mostly measure the other processes.
-double ThreadSeconds() {
-  timespec t{};
-  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
-  return static_cast<double>(t.tv_sec) + static_cast<double>(t.tv_nsec) * 1e-9;
-}
-
-template <typename Fn>
-double Seconds(Fn&& fn) {
-  const double start = ThreadSeconds();
-  fn();
-  return ThreadSeconds() - start;
-}
-
-double Median(std::vector<double> v) {
-  std::sort(v.begin(), v.end());
-  return v.empty() ? 0 : v[v.size() / 2];
-}
-
 void BM_TGADecode(benchmark::State& state, im::PixelFormatDescriptor format, int flags) {
   const std::vector<char> file = File(format, flags);
-  if (file.empty()) {
-    state.SkipWithError("the writer refused the picture");
-    return;
-  }
-  const std::shared_ptr<char> bytes(const_cast<char*>(file.data()), im::null_deleter());
-  std::vector<double> ours, stb;
-  for (auto _ : state) {
-    stb.push_back(Seconds([&] {
-      int w = 0, h = 0, n = 0;
-      stbi_uc* pixels = stbi_load_from_memory(reinterpret_cast<const stbi_uc*>(file.data()),
-                                              static_cast<int>(file.size()), &w, &h, &n, 0);
-      benchmark::DoNotOptimize(pixels);
-      stbi_image_free(pixels);
-    }));
-    const double t = Seconds([&] {
-      auto image = im::ImageFactory::Instance()->Create(im::ImageFormat::TGA, bytes, file.size());
-      benchmark::DoNotOptimize(image.get());
-    });
-    ours.push_back(t);
-    state.SetIterationTime(t);
-  }
-  const unsigned long long decoded =
-      static_cast<unsigned long long>(kSide) * kSide * (format == im::formats::R8G8B8 ? 3 : 4);
-  state.counters["stb_ms"] = Median(stb) * 1e3;
-  state.counters["ours_ms"] = Median(ours) * 1e3;
-  state.counters["vs_stb"] = Median(ours) / Median(stb);
-  state.counters["file_bytes"] = static_cast<double>(file.size());
-  lumo::image::bench::ReportVsMemcpy(state, decoded, Median(ours));
+  im::bench::DecodeVsStb(state, im::ImageFormat::TGA, file,
+                         static_cast<unsigned long long>(kSide) * kSide * (format == im::formats::R8G8B8 ? 3 : 4));
 }
 
 const bool kRegistered = [] {

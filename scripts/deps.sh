@@ -20,5 +20,6 @@ lmimage_install_packages() {
 
 lmimage_install_deps() {
   lmimage_install_packages cmake g++ make pkg-config googletest libgtest-dev libgmock-dev libbenchmark-dev \
-    libpng-dev libjpeg62-turbo-dev libstb-dev ninja-build python3
+    libpng-dev libjpeg62-turbo-dev libstb-dev ninja-build python3 \
+    libastcenc-dev libsquish-dev astcenc libnvtt-bin etc1tool
 }

@@ -1,0 +1,1 @@
+// Filled in with the atc_pvrtc codec family.

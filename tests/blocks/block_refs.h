@@ -1,0 +1,40 @@
+// What the block codec tests share: independent command-line decoders run on
+// corpus files, pictures loaded top-down as 8-bit RGBA, and the differences
+// between two pictures.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "lumo/image/pyramid.h"
+#include "lumo/image/surface_data.h"
+
+namespace lumo::image::testing {
+
+// Whether `tool` is on the PATH (tests that need it skip with its name otherwise).
+bool ToolAvailable(const std::string& tool);
+// Runs `command` through the shell, output discarded; true on exit status 0.
+bool RunCommand(const std::string& command);
+// A fresh path under the test's temporary folder, ending in `name`.
+std::string ScratchPath(const std::string& name);
+
+// Every level of the file at `path` through the factory, or Null.
+std::shared_ptr<Pyramid> LoadPyramid(const std::string& path);
+// Surface `index` of level `level` of a file, converted to A8B8G8R8 and put
+// top-down (row 0 at the top); Null when anything fails. Compressed surfaces
+// are decoded with the block library first.
+std::shared_ptr<SurfaceData> LoadRGBA8(const std::string& path, unsigned long long level = 0,
+                                       unsigned long long index = 0);
+// The same for one surface of a pyramid.
+std::shared_ptr<SurfaceData> ToRGBA8(const Pyramid& pyramid, unsigned long long level, unsigned long long index);
+
+struct Difference {
+  int max = 0;         // largest absolute difference of one channel value
+  double mean = 0;     // mean absolute difference over the compared channels
+  double psnr = 0;     // over the compared channels; 99 when equal
+  bool comparable = false;  // same size, both A8B8G8R8
+};
+// Channel i (R, G, B, A in memory order) is compared when bit i of `channels` is set.
+Difference Compare(const SurfaceData& a, const SurfaceData& b, unsigned channels = 0xF);
+
+}  // namespace lumo::image::testing

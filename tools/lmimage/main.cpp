@@ -8,6 +8,8 @@
 #include <vector>
 
 #include "cli.h"
+#include "lumo/image/blocks.h"
+#include "lumo/image/converters.h"
 
 namespace lumo::image::cli {
 namespace {
@@ -79,6 +81,8 @@ int Main(const std::vector<std::string>& args, std::ostream& out, std::ostream& 
 }  // namespace lumo::image::cli
 
 int main(int argc, char** argv) {
+  // Block formats then convert like any other (decoding only; encoding is explicit).
+  lumo::image::blocks::RegisterDecoders(*lumo::image::ConverterManager::Instance());
   const std::vector<std::string> args(argv + 1, argv + argc);
   return lumo::image::cli::Main(args, std::cout, std::cerr);
 }

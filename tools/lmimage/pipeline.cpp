@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cmath>
+#include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <utility>
@@ -76,6 +77,25 @@ int JpegQuality(const std::string& name) {
   if (wanted == "average") return ISF_JPEG_QUALITYAVERAGE;
   if (wanted == "bad") return ISF_JPEG_QUALITYBAD;
   throw UsageError(name, "unknown JPEG quality (superb, good, normal, average, bad)");
+}
+
+blocks::Quality ParseQuality(const std::string& name) {
+  const std::string wanted = Lower(name);
+  if (wanted == "fast") return blocks::Quality::Fast;
+  if (wanted == "normal") return blocks::Quality::Normal;
+  if (wanted == "best") return blocks::Quality::Best;
+  throw UsageError(name, "unknown --quality (fast, normal, best)");
+}
+
+// Names of the formats the encoders make, for messages.
+std::string EncodableFormats() {
+  std::string list;
+  for (std::uint32_t number = 1; number <= 54; ++number) {
+    const auto format = static_cast<PixelFormatDescriptor>((static_cast<unsigned long long>(number) << 8) | 1u);
+    if (!blocks::CanEncode(format)) continue;
+    list += (list.empty() ? "" : ", ") + FormatName(format);
+  }
+  return list;
 }
 
 int SaveFlags(const Invocation& invocation, ImageFormat container) {
@@ -306,7 +326,10 @@ std::vector<Option> PipelineOptionList() {
       {"mips", nullptr, "complete the mip chain"},
       {"filter", "NAME", "mip filter: box (default), bilinear, bicubic, bspline, catmullrom, lanczos3, point"},
       {"mips-in-gamma-space", nullptr, "resample sRGB pixels as stored instead of in linear light"},
-      {"format", "NAME", "convert the pixels to this format (name or 0x hex)"},
+      {"format", "NAME",
+       "convert the pixels to this format (name or 0x hex); block formats (DXT1-DXT5, BC4, BC5, ASTC 2-D) are "
+       "encoded"},
+      {"quality", "NAME", "block encoder effort: fast, normal (default) or best"},
       {"flip-vertical", nullptr, "flip every level upside down"},
       {"png-level", "N", "PNG: zlib level 0 (none) to 9 (smallest)"},
       {"png-interlaced", nullptr, "PNG: write Adam7 interlaced"},
@@ -319,6 +342,14 @@ std::vector<Option> PipelineOptionList() {
 PipelineOptions ParsePipelineOptions(const Invocation& invocation, ImageFormat container) {
   PipelineOptions options;
   if (invocation.Has("format")) options.format = ResolveFormat(invocation.Value("format"));
+  const bool encodes = options.format && IsCompressed(options.format->descriptor);
+  if (encodes && !blocks::CanEncode(options.format->descriptor)) {
+    throw UsageError(options.format->name, "no encoder for this block format (encodable: " + EncodableFormats() + ")");
+  }
+  if (invocation.Has("quality")) {
+    if (!encodes) throw UsageError("--quality", "only applies with a block --format");
+    options.quality = ParseQuality(invocation.Value("quality"));
+  }
   options.mips = invocation.Has("mips");
   if (invocation.Has("filter")) {
     if (!options.mips) throw UsageError("--filter", "only applies with --mips");
@@ -384,10 +415,37 @@ ConvertedImage ConvertImage(const std::string& input, const std::string& output,
     }
   }
 
+  // Blocks are decoded once their pixels must change (another format, any
+  // resampling) or when the container cannot store them as they are.
+  if (IsCompressed(pyramid->Format())) {
+    const PixelFormatDescriptor stored = pyramid->Format();
+    const bool resamples = options.resize_width != 0 || options.max_size != 0 || options.pow2 ||
+                           (options.mips && !pyramid->IsComplete());
+    const bool reformats = options.format && options.format->descriptor != stored;
+    if (resamples || reformats || (!options.format && !CanHold(container, stored))) {
+      LogCapture log;
+      std::shared_ptr<Pyramid> decoded = blocks::DecodeCopy(*pyramid);
+      if (!decoded) {
+        throw Failure(input, "cannot decode " + FormatName(stored) + " blocks" +
+                                 (blocks::CanDecode(stored) ? log.Detail() : " (no decoder for this format)"));
+      }
+      pyramid = std::move(decoded);
+    }
+  }
   // Resampling reads the source's own pixels, so they are not rounded through a
-  // smaller target format first; compressed pixels must be converted first.
+  // smaller target format first; blocks still compressed here are written as they are.
   const bool resample_first = !IsCompressed(pyramid->Format());
   if (resample_first) pyramid = Resample(std::move(pyramid), options, input);
+  if (options.format && IsCompressed(options.format->descriptor) &&
+      options.format->descriptor != pyramid->Format()) {
+    LogCapture log;
+    std::shared_ptr<Pyramid> encoded = blocks::EncodeCopy(*pyramid, options.format->descriptor, options.quality);
+    if (!encoded) {
+      throw Failure(input, "cannot encode " + FormatName(pyramid->Format()) + " pixels as " + options.format->name +
+                               log.Detail());
+    }
+    pyramid = std::move(encoded);
+  }
   // The converters have no identity step: converting to the same format would fail.
   if (options.format && options.format->descriptor != pyramid->Format()) {
     const PixelFormatDescriptor source = pyramid->Format();

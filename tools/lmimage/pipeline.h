@@ -7,12 +7,14 @@
 //   3. --max-size N      top level shrunk so that its longest side is at most N
 //   4. --pow2            top level to power-of-two sides
 //   5. --mips            complete the mip chain with --filter
-//   6. --format NAME     convert every level
+//   6. --format NAME     convert every level; block formats are encoded
+//                        (--quality) from the finished uncompressed levels
 //   7. --flip-vertical   turn every level upside down
 //   8. write with the writer's flags (--png-level, --png-interlaced, --tga-rle,
 //      --hdr-rle, --jpeg-quality)
-// Steps 2 to 5 resample; block-compressed pixels cannot be, so for them steps
-// 2 to 5 run after step 6. sRGB pixels are resampled in linear light unless
+// Block-compressed input is decoded first whenever its pixels must change or
+// the output container cannot hold its blocks; steps 2 to 5 always work on
+// uncompressed pixels. sRGB pixels are resampled in linear light unless
 // --mips-in-gamma-space.
 #pragma once
 
@@ -24,6 +26,7 @@
 
 #include "cli.h"
 #include "format_args.h"
+#include "lumo/image/blocks.h"
 #include "lumo/image/engines.h"
 #include "lumo/image/image_factory.h"
 #include "lumo/image/pyramid.h"
@@ -40,6 +43,7 @@ struct PipelineOptions {
   FilterType filter = FilterType::Box;
   bool linear_light = true;
   std::optional<Resolved> format;
+  blocks::Quality quality = blocks::Quality::Normal;
   bool flip_vertical = false;
   int save_flags = 0;
 };

@@ -10,6 +10,8 @@ const std::vector<Verb>& Verbs() {
       FormatVerb(),
       ConvertPathVerb(),
       NinjaVerb(),
+      PreviewVerb(),
+      DiffVerb(),
   };
   return verbs;
 }

@@ -12,5 +12,7 @@ Verb ConvertPathVerb();
 Verb InfoVerb();
 Verb ConvertVerb();
 Verb NinjaVerb();
+Verb PreviewVerb();
+Verb DiffVerb();
 
 }  // namespace lumo::image::cli

@@ -3,6 +3,7 @@
 // own format (see support/exercise_image.h).
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -21,7 +22,14 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
   // tables fill and reset, run-length packets cross rows), and a tiny file
   // declaring a big picture costs well under a millisecond to decode and write
   // back instead of tens of milliseconds.
-  lumo::image::SetMaxDecodePixels(1ull << 16);
+  // LMIMAGE_FUZZ_MAX_PIXELS lowers it for long runs on one format whose
+  // writer dominates the time (the GIF encoder).
+  unsigned long long max_pixels = 1ull << 16;
+  if (const char* text = std::getenv("LMIMAGE_FUZZ_MAX_PIXELS")) {
+    const unsigned long long wanted = std::strtoull(text, nullptr, 10);
+    if (wanted != 0 && wanted < max_pixels) max_pixels = wanted;
+  }
+  lumo::image::SetMaxDecodePixels(max_pixels);
   return 0;
 }
 

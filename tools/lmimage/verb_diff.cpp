@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <limits>
 #include <ostream>
@@ -92,6 +93,17 @@ int Run(const Invocation& invocation) {
     if (text.empty() || end != text.c_str() + text.size() || !(scale > 0.0f) || scale > 1e6f)
       throw UsageError(text, "--scale needs a positive number");
   }
+  // Which channels count: --channels, else those either file stores.
+  int only = 0;
+  if (invocation.Has("channels")) {
+    const std::string& text = invocation.Value("channels");
+    for (const char letter : text) {
+      const char* at = std::strchr("RGBArgba", letter);
+      if (letter == '\0' || at == nullptr) throw UsageError(text, "--channels takes letters of RGBA, e.g. RG");
+      only |= 1 << ((at - "RGBArgba") % 4);
+    }
+    if (only == 0) throw UsageError(text, "--channels takes letters of RGBA, e.g. RG");
+  }
   std::string image_path;
   if (invocation.Has("image")) {
     image_path = invocation.Value("image");
@@ -119,11 +131,11 @@ int Run(const Invocation& invocation) {
     }
   }
 
-  // A channel counts when either file stores it; a missing one reads as 0 (alpha 1).
+  // A missing channel reads as 0 (alpha 1).
   const Channels ca = ChannelsOf(a.pyramid->Format());
   const Channels cb = ChannelsOf(b.pyramid->Format());
   bool compared[4];
-  for (int c = 0; c < 4; ++c) compared[c] = ca.present[c] || cb.present[c];
+  for (int c = 0; c < 4; ++c) compared[c] = only != 0 ? (only >> c & 1) != 0 : ca.present[c] || cb.present[c];
   Totals channel[4], all;
   for (size_t i = 0; i < elements_a.size(); ++i) {
     const SurfaceData& pa = *elements_a[i].pixels;
@@ -172,20 +184,21 @@ Verb DiffVerb() {
   return Verb{
       "diff",
       "measure how far two textures of the same shape are apart",
-      "A B [--min-psnr DB] [--image DIFF.png [--scale N]]",
+      "A B [--channels RGBA] [--min-psnr DB] [--image DIFF.png [--scale N]]",
       "Reads A and B (any containers, block formats decoded) and compares every\n"
       "level, face, layer and slice, which must agree in number and size. Values\n"
       "are compared as normalized numbers (0 to 1; -1 to 1 signed; floats as they\n"
-      "are). Prints per channel (those either file stores) the largest and mean\n"
-      "absolute difference and the PSNR with a peak of 1.0 (8-bit values: 255),\n"
-      "then the same over all compared channels. --image writes |A - B| of the\n"
-      "first image, times --scale (default 4), as a PNG.\n"
+      "are). Prints per channel (--channels, else those either file stores) the\n"
+      "largest and mean absolute difference and the PSNR with a peak of 1.0\n"
+      "(8-bit values: 255), then the same over all compared channels. --image\n"
+      "writes |A - B| of the first image, times --scale (default 4), as a PNG.\n"
       "\n"
       "Exit status:\n"
       "  0  compared (and the PSNR is at least --min-psnr when given)\n"
       "  1  a file cannot be read, the shapes differ, or the PSNR is below --min-psnr\n"
       "  2  usage error",
-      {{"min-psnr", "DB", "fail (exit status 1) when the PSNR over all channels is below DB"},
+      {{"channels", "LETTERS", "compare only these of R, G, B, A (e.g. RG for normal maps)"},
+       {"min-psnr", "DB", "fail (exit status 1) when the PSNR over all channels is below DB"},
        {"image", "FILE.png", "write the difference of the first image as a PNG"},
        {"scale", "N", "multiply the differences in --image by N (default 4)"}},
       &Run,

@@ -195,8 +195,7 @@ bool DecodeASTC(const BlockSource& src, const PixelTarget& dst) {
   }
   std::unique_ptr<void*[]> slices(new (std::nothrow) void*[src.depth]);
   if (!slices) return false;
-  for (std::uint32_t z = 0; z < src.depth; ++z)
-    slices[z] = direct ? dst.data + z * slice : scratch.get() + z * slice;
+  for (std::uint32_t z = 0; z < src.depth; ++z) slices[z] = direct ? dst.data + z * slice : scratch.get() + z * slice;
 
   astcenc_image image{src.width, src.height, src.depth, ASTCENC_TYPE_U8, slices.get()};
   const astcenc_error status = astcenc_decompress_image(context.get(), src.data, src.size, &image, &kIdentity, 0);

@@ -62,8 +62,13 @@ bool ReadAstcFile(const std::string& path, Blocks* out) {
 }
 
 bool WriteAstcFile(const std::string& path, const Blocks& in) {
-  std::vector<std::uint8_t> file = {0x13, 0xAB, 0xA1, 0x5C, static_cast<std::uint8_t>(in.bx),
-                                    static_cast<std::uint8_t>(in.by), static_cast<std::uint8_t>(in.bz)};
+  std::vector<std::uint8_t> file = {0x13,
+                                    0xAB,
+                                    0xA1,
+                                    0x5C,
+                                    static_cast<std::uint8_t>(in.bx),
+                                    static_cast<std::uint8_t>(in.by),
+                                    static_cast<std::uint8_t>(in.bz)};
   for (const std::uint32_t v : {in.width, in.height, in.depth})
     for (int i = 0; i < 3; ++i) file.push_back(static_cast<std::uint8_t>(v >> (8 * i)));
   file.insert(file.end(), in.data.begin(), in.data.end());
@@ -79,13 +84,12 @@ bool WriteAstcFile(const std::string& path, const Blocks& in) {
 bool ToolDecode(const Blocks& in, bool srgb, std::vector<std::uint8_t>* pixels) {
   const std::string astc = testing::ScratchPath("in.astc"), ktx = testing::ScratchPath("out.ktx");
   if (!WriteAstcFile(astc, in)) return false;
-  if (!testing::RunCommand("astcenc " + std::string(srgb ? "-ds '" : "-dl '") + astc + "' '" + ktx + "'"))
-    return false;
+  if (!testing::RunCommand("astcenc " + std::string(srgb ? "-ds '" : "-dl '") + astc + "' '" + ktx + "'")) return false;
   const std::optional<Bytes> file = testing::ReadFile(ktx);
   if (!file || file->size() < 68) return false;
   const std::uint32_t gl_format = Get32(*file, 32), channels = gl_format == 0x1907 ? 3 : 4;
-  if ((gl_format != 0x1907 && gl_format != 0x1908) || Get32(*file, 36) != in.width ||
-      Get32(*file, 40) != in.height || Get32(*file, 44) != (in.depth > 1 ? in.depth : 0))
+  if ((gl_format != 0x1907 && gl_format != 0x1908) || Get32(*file, 36) != in.width || Get32(*file, 40) != in.height ||
+      Get32(*file, 44) != (in.depth > 1 ? in.depth : 0))
     return false;
   const std::size_t row = (std::size_t{in.width} * channels + 3) / 4 * 4, rows = std::size_t{in.height} * in.depth;
   const std::size_t start = 68 + Get32(*file, 60);

@@ -3,6 +3,9 @@
 #include <cstdint>
 #include <cstring>
 
+#if defined(LMIMAGE_HAVE_BLOCKS)
+#include "lumo/image/blocks.h"
+#endif
 #include "lumo/image/mipmaps.h"
 #include "lumo/image/pyramid.h"
 #include "lumo/image/surface_data.h"
@@ -44,6 +47,10 @@ void ReadPyramid(const std::shared_ptr<Pyramid>& pyramid) {
 void ExerciseImage(Image& image) {
   const std::shared_ptr<Pyramid> pyramid = image.GetPyramid(false);
   ReadPyramid(pyramid);
+#if defined(LMIMAGE_HAVE_BLOCKS)
+  // Block data comes from the file as it is: every block decoder meets it.
+  if (pyramid && IsCompressed(pyramid->Format())) ReadPyramid(blocks::DecodeCopy(*pyramid));
+#endif
   if (image.HasAlphaPyramid()) ReadPyramid(image.GetPyramid(true));
   if (!pyramid) return;
   size_t size = 0;

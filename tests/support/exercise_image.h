@@ -11,8 +11,9 @@
 
 namespace lumo::image::testing {
 
-// Reads every byte of every level, face, layer and slice of `image`, then
-// serializes its pyramid through the plugin of image.Format().
+// Reads every byte of every level, face, layer and slice of `image` (block
+// formats also decoded, where the block library is linked), then serializes
+// its pyramid through the plugin of image.Format().
 void ExerciseImage(Image& image);
 
 // Decodes `size` bytes at `data` with format detection (the image may keep

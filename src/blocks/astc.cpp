@@ -78,7 +78,7 @@ class ContextPool {
  private:
   static constexpr std::size_t kMaxFree = 16;
 
-  static astcenc_context* Make(const ContextKey& key) {
+  static astcenc_context* Make(const ContextKey& key) noexcept {
     static const float kPresets[] = {ASTCENC_PRE_FAST, ASTCENC_PRE_MEDIUM, ASTCENC_PRE_THOROUGH};
     const bool decode = key.quality < 0;
     astcenc_config config;
@@ -87,7 +87,11 @@ class ContextPool {
                             &config) != ASTCENC_SUCCESS)
       return nullptr;
     astcenc_context* context = nullptr;
-    if (astcenc_context_alloc(&config, key.threads, &context) != ASTCENC_SUCCESS) return nullptr;
+    try {  // astcenc allocates with operator new
+      if (astcenc_context_alloc(&config, key.threads, &context) != ASTCENC_SUCCESS) return nullptr;
+    } catch (...) {
+      return nullptr;
+    }
     return context;
   }
 
@@ -97,17 +101,17 @@ class ContextPool {
 
 // Never destroyed: pooled contexts stay reachable until exit, and no static
 // destructor races a thread still decoding.
-ContextPool& Pool() {
-  static ContextPool* pool = new ContextPool;
-  return *pool;
+ContextPool* Pool() {
+  static ContextPool* pool = new (std::nothrow) ContextPool;
+  return pool;
 }
 
 // A context borrowed from the pool for the length of one call.
 class Borrowed {
  public:
-  explicit Borrowed(const ContextKey& key) : key_(key), context_(Pool().Take(key)) {}
+  explicit Borrowed(const ContextKey& key) : key_(key), context_(Pool() != nullptr ? Pool()->Take(key) : nullptr) {}
   ~Borrowed() {
-    if (context_ != nullptr) Pool().Give(key_, context_);
+    if (context_ != nullptr) Pool()->Give(key_, context_);
   }
   Borrowed(const Borrowed&) = delete;
   Borrowed& operator=(const Borrowed&) = delete;

@@ -8,11 +8,16 @@
 // implementation; truncation is what the common reference tool (nvdecompress)
 // produces, so textures decode to the same bytes as there. Signed BC4/BC5
 // use the same integer arithmetic, which truncates toward zero and so stays
-// symmetric about zero.
+// symmetric about zero. BC2/BC3 colour always interpolates four entries,
+// whatever the order of its endpoints, as the documentation defines it
+// (nvdecompress applies BC1's three-colour rule there).
 //
 // Every bit pattern decodes to something defined: the reserved BC7 mode
-// (first byte 0) gives transparent black, the four reserved BC6H modes give
-// zeros (alpha 1.0), as the documentation asks of hardware.
+// (first byte 0) gives transparent black and the four reserved BC6H mode
+// codes give zeros (alpha 1.0), the values the documentation prescribes.
+// BC6H follows the documented integer pipeline to the end, so a signed
+// 16-bit endpoint of -32768 can yield negative infinity; no bit pattern
+// yields a NaN.
 #include <cstdint>
 #include <cstring>
 
@@ -26,7 +31,11 @@ using u64 = std::uint64_t;
 
 inline u64 LoadLE64(const u8* p) {
   u64 v = 0;
+#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+  std::memcpy(&v, p, 8);  // one load; the byte loop is not always merged
+#else
   for (int i = 7; i >= 0; --i) v = v << 8 | p[i];
+#endif
   return v;
 }
 
@@ -244,16 +253,12 @@ constexpr BC7Mode kBC7Modes[8] = {
 
 inline u8 Interpolate8(unsigned a, unsigned b, unsigned w) { return static_cast<u8>(((64 - w) * a + w * b + 32) >> 6); }
 
-void DecodeBC7(const u8* block, u8* out, std::size_t stride) {
-  if (block[0] == 0) {  // reserved mode
-    for (unsigned y = 0; y < 4; ++y) std::memset(out + y * stride, 0, 16);
-    return;
-  }
-  unsigned m = 0;
-  while (((block[0] >> m) & 1u) == 0) ++m;
-  const BC7Mode& mode = kBC7Modes[m];
+// One mode with its field widths known at compile time.
+template <unsigned M>
+void DecodeBC7Mode(const u8* block, u8* out, std::size_t stride) {
+  constexpr BC7Mode mode = kBC7Modes[M];
   BitReader r(block);
-  r.Take(m + 1);
+  r.Take(M + 1);
   const unsigned partition = mode.partition_bits ? static_cast<unsigned>(r.Take(mode.partition_bits)) : 0;
   const unsigned rotation = mode.rotation_bits ? static_cast<unsigned>(r.Take(mode.rotation_bits)) : 0;
   const unsigned selector = mode.selector_bits ? r.Bit() : 0;
@@ -283,7 +288,7 @@ void DecodeBC7(const u8* block, u8* out, std::size_t stride) {
   const u64 idx = ExpandIndices(r.Take(16 * ib - mode.subsets), ib, mode.subsets, partition);
   const unsigned imask = (1u << ib) - 1;
 
-  if (mode.index2_bits == 0 && rotation == 0) {
+  if constexpr (mode.index2_bits == 0) {
     // Modes 0-3, 6, 7: one index per pixel selects an RGBA palette entry.
     u8 pal[3][16][4];
     const u8* w = Weights(ib);
@@ -321,6 +326,30 @@ void DecodeBC7(const u8* block, u8* out, std::size_t stride) {
     px[3] = px[swap];
     px[swap] = t;
     std::memcpy(out + (i >> 2) * stride + (i & 3) * 4, px, 4);
+  }
+}
+
+void DecodeBC7(const u8* block, u8* out, std::size_t stride) {
+  // The mode is the position of the lowest set bit of the first byte.
+  switch (block[0] & (0u - block[0])) {
+    case 1:
+      return DecodeBC7Mode<0>(block, out, stride);
+    case 2:
+      return DecodeBC7Mode<1>(block, out, stride);
+    case 4:
+      return DecodeBC7Mode<2>(block, out, stride);
+    case 8:
+      return DecodeBC7Mode<3>(block, out, stride);
+    case 16:
+      return DecodeBC7Mode<4>(block, out, stride);
+    case 32:
+      return DecodeBC7Mode<5>(block, out, stride);
+    case 64:
+      return DecodeBC7Mode<6>(block, out, stride);
+    case 128:
+      return DecodeBC7Mode<7>(block, out, stride);
+    default:  // reserved mode
+      for (unsigned y = 0; y < 4; ++y) std::memset(out + y * stride, 0, 16);
   }
 }
 
@@ -379,7 +408,8 @@ struct BC6HFields {
   }
 };
 
-void DecodeBC6H(const u8* block, bool is_signed, u8* out, std::size_t stride) {
+template <bool is_signed>
+void DecodeBC6H(const u8* block, u8* out, std::size_t stride) {
   BitReader r(block);
   unsigned code = static_cast<unsigned>(r.Take(2));
   if (code >= 2) code |= static_cast<unsigned>(r.Take(3)) << 2;
@@ -597,10 +627,10 @@ bool DecodeBC(const BlockSource& src, const PixelTarget& dst) {
       });
       return true;
     case CompressFormat::BC6H_unsigned:
-      ForEachBlock<8, 4, 4>(src, 16, dst, [](const u8* b, u8* o, S s) { DecodeBC6H(b, false, o, s); });
+      ForEachBlock<8, 4, 4>(src, 16, dst, [](const u8* b, u8* o, S s) { DecodeBC6H<false>(b, o, s); });
       return true;
     case CompressFormat::BC6H_signed:
-      ForEachBlock<8, 4, 4>(src, 16, dst, [](const u8* b, u8* o, S s) { DecodeBC6H(b, true, o, s); });
+      ForEachBlock<8, 4, 4>(src, 16, dst, [](const u8* b, u8* o, S s) { DecodeBC6H<true>(b, o, s); });
       return true;
     case CompressFormat::BC7:
       ForEachBlock<4, 4, 4>(src, 16, dst, DecodeBC7);

@@ -237,7 +237,6 @@ inline u64 ExpandIndices(u64 v, unsigned bits, unsigned subsets, unsigned partit
   return v;
 }
 
-
 // ---------------------------------------------------------------------------
 // BC7
 
@@ -246,10 +245,9 @@ struct BC7Mode {
   u8 pbits;  // 0 none, 1 one per endpoint, 2 one shared by a subset's endpoints
   u8 index_bits, index2_bits;
 };
-constexpr BC7Mode kBC7Modes[8] = {
-    {3, 4, 0, 0, 4, 0, 1, 3, 0}, {2, 6, 0, 0, 6, 0, 2, 3, 0}, {3, 6, 0, 0, 5, 0, 0, 2, 0},
-    {2, 6, 0, 0, 7, 0, 1, 2, 0}, {1, 0, 2, 1, 5, 6, 0, 2, 3}, {1, 0, 2, 0, 7, 8, 0, 2, 2},
-    {1, 0, 0, 0, 7, 7, 1, 4, 0}, {2, 6, 0, 0, 5, 5, 1, 2, 0}};
+constexpr BC7Mode kBC7Modes[8] = {{3, 4, 0, 0, 4, 0, 1, 3, 0}, {2, 6, 0, 0, 6, 0, 2, 3, 0}, {3, 6, 0, 0, 5, 0, 0, 2, 0},
+                                  {2, 6, 0, 0, 7, 0, 1, 2, 0}, {1, 0, 2, 1, 5, 6, 0, 2, 3}, {1, 0, 2, 0, 7, 8, 0, 2, 2},
+                                  {1, 0, 0, 0, 7, 7, 1, 4, 0}, {2, 6, 0, 0, 5, 5, 1, 2, 0}};
 
 inline u8 Interpolate8(unsigned a, unsigned b, unsigned w) { return static_cast<u8>(((64 - w) * a + w * b + 32) >> 6); }
 
@@ -267,7 +265,8 @@ void DecodeBC7Mode(const u8* block, u8* out, std::size_t stride) {
   unsigned ep[6][4];
   for (unsigned ch = 0; ch < 3; ++ch)
     for (unsigned e = 0; e < endpoints; ++e) ep[e][ch] = static_cast<unsigned>(r.Take(mode.colour_bits));
-  for (unsigned e = 0; e < endpoints; ++e) ep[e][3] = mode.alpha_bits ? static_cast<unsigned>(r.Take(mode.alpha_bits)) : 255;
+  for (unsigned e = 0; e < endpoints; ++e)
+    ep[e][3] = mode.alpha_bits ? static_cast<unsigned>(r.Take(mode.alpha_bits)) : 255;
   unsigned cbits = mode.colour_bits, abits = mode.alpha_bits;
   if (mode.pbits != 0) {
     for (unsigned e = 0; e < endpoints; ++e) {
@@ -296,7 +295,9 @@ void DecodeBC7Mode(const u8* block, u8* out, std::size_t stride) {
       for (unsigned i = 0; i <= imask; ++i)
         for (unsigned ch = 0; ch < 4; ++ch) pal[s][i][ch] = Interpolate8(ep[2 * s][ch], ep[2 * s + 1][ch], w[i]);
     // Subset of pixel i: bits (shift * i) of the partition's map.
-    const std::uint32_t map = mode.subsets == 3 ? kPartition3[partition] : mode.subsets == 2 ? kPartition2[partition] : 0;
+    const std::uint32_t map = mode.subsets == 3   ? kPartition3[partition]
+                              : mode.subsets == 2 ? kPartition2[partition]
+                                                  : 0;
     const unsigned shift = mode.subsets == 3 ? 2 : 1, smask = mode.subsets == 3 ? 3 : 1;
     for (unsigned i = 0; i < 16; ++i)
       std::memcpy(out + (i >> 2) * stride + (i & 3) * 4, pal[(map >> (shift * i)) & smask][(idx >> (ib * i)) & imask],

@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cstring>
 #include <fstream>
+#include <ostream>
 #include <random>
 #include <string>
 #include <vector>
@@ -59,6 +60,7 @@ struct HandCase {
   std::vector<std::uint8_t> block;
   std::vector<Pixel> pixels;
 };
+void PrintTo(const HandCase& c, std::ostream* os) { *os << c.name; }
 
 // Index word 0x81008010: pixel (0,0) index 0, (1,0) 1, (2,0) 2, (3,3) 3, the rest 0.
 // Index word 0x000C000A: pixels (0,0) to (0,3) indices 0 to 3, the rest 0.

@@ -156,10 +156,10 @@ void FillMissing(u8* out, std::size_t stride) {
 struct BitReader {
   u64 lo, hi;
   explicit BitReader(const u8* b) : lo(LoadLE64(b)), hi(LoadLE64(b + 8)) {}
-  // 1 <= n <= 63
+  // The next n bits, 0 <= n <= 63 (two shifts keep n = 0 defined).
   unsigned long long Take(unsigned n) {
     const u64 v = lo & ((u64{1} << n) - 1);
-    lo = lo >> n | hi << (64 - n);
+    lo = lo >> n | (hi << 1) << (63 - n);
     hi >>= n;
     return v;
   }
@@ -257,9 +257,9 @@ void DecodeBC7Mode(const u8* block, u8* out, std::size_t stride) {
   constexpr BC7Mode mode = kBC7Modes[M];
   BitReader r(block);
   r.Take(M + 1);
-  const unsigned partition = mode.partition_bits ? static_cast<unsigned>(r.Take(mode.partition_bits)) : 0;
-  const unsigned rotation = mode.rotation_bits ? static_cast<unsigned>(r.Take(mode.rotation_bits)) : 0;
-  const unsigned selector = mode.selector_bits ? r.Bit() : 0;
+  const auto partition = static_cast<unsigned>(r.Take(mode.partition_bits));
+  const auto rotation = static_cast<unsigned>(r.Take(mode.rotation_bits));
+  const auto selector = static_cast<unsigned>(r.Take(mode.selector_bits));
 
   const unsigned endpoints = 2u * mode.subsets;
   unsigned ep[6][4];

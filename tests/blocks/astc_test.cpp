@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "blocks/block_refs.h"
@@ -253,6 +254,25 @@ TEST(ASTCDecode, GarbageBlocks) {
       EXPECT_TRUE(DecodeBlocks(Descriptor(f, srgb), in.data(), in.size(), w, h, d, out.data(), out.size(), w * 4))
           << "format " << f;
   }
+}
+
+// Decoder contexts serve one image at a time: callers on several threads
+// must each get their own and the same pixels as a lone caller.
+TEST(ASTCDecode, ConcurrentCallersAgree) {
+  Blocks blocks;
+  const std::string path = CorpusDir() + "/astc/astcenc_8x8.astc";
+  if (!ReadAstcFile(path, &blocks)) GTEST_SKIP() << path << " is missing";
+  std::vector<std::uint8_t> alone;
+  ASSERT_TRUE(LibraryDecode(blocks, false, &alone));
+  std::vector<int> failures(4, 0);
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; ++t)
+    threads.emplace_back([&, t] {
+      std::vector<std::uint8_t> mine;
+      for (int i = 0; i < 50; ++i) failures[t] += !LibraryDecode(blocks, false, &mine) || mine != alone;
+    });
+  for (std::thread& t : threads) t.join();
+  for (int t = 0; t < 4; ++t) EXPECT_EQ(failures[t], 0) << "thread " << t;
 }
 
 }  // namespace

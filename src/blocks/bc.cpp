@@ -294,14 +294,15 @@ void DecodeBC7Mode(const u8* block, u8* out, std::size_t stride) {
     for (unsigned s = 0; s < mode.subsets; ++s)
       for (unsigned i = 0; i <= imask; ++i)
         for (unsigned ch = 0; ch < 4; ++ch) pal[s][i][ch] = Interpolate8(ep[2 * s][ch], ep[2 * s + 1][ch], w[i]);
-    // Subset of pixel i: bits (shift * i) of the partition's map.
-    const std::uint32_t map = mode.subsets == 3   ? kPartition3[partition]
-                              : mode.subsets == 2 ? kPartition2[partition]
-                                                  : 0;
-    const unsigned shift = mode.subsets == 3 ? 2 : 1, smask = mode.subsets == 3 ? 3 : 1;
-    for (unsigned i = 0; i < 16; ++i)
-      std::memcpy(out + (i >> 2) * stride + (i & 3) * 4, pal[(map >> (shift * i)) & smask][(idx >> (ib * i)) & imask],
-                  4);
+    // Subset of each pixel: `shift` bits of the partition's map per pixel.
+    std::uint32_t map = mode.subsets == 3 ? kPartition3[partition] : mode.subsets == 2 ? kPartition2[partition] : 0;
+    constexpr unsigned shift = mode.subsets == 3 ? 2 : 1, smask = mode.subsets == 3 ? 3 : 1;
+    u64 ix = idx;
+    for (unsigned y = 0; y < 4; ++y) {
+      u8* row = out + y * stride;
+      for (unsigned x = 0; x < 4; ++x, ix >>= ib, map >>= shift)
+        std::memcpy(row + 4 * x, pal[map & smask][ix & imask], 4);
+    }
     return;
   }
 

@@ -40,9 +40,11 @@ std::shared_ptr<SurfaceData> ToRGBA8(const Pyramid& pyramid, unsigned long long 
   if (!surface || !surface->Data()) return SurfaceData::Null;
   std::shared_ptr<SurfaceData> data = surface->Data();
   if (IsCompressed(data->Format())) data = blocks::DecodeCopy(*data);
-  if (data && data->Format() != formats::A8B8G8R8) data = data->ConvertCopy(formats::A8B8G8R8);
   if (!data) return SurfaceData::Null;
-  if (data == surface->Data()) data = data->CropCopy(0, 0, data->Width(), data->Height());  // own copy to flip
+  if (data == surface->Data()) data = data->CropCopy(0, 0, data->Width(), data->Height());  // own copy to change
+  // Stored values are compared: an sRGB label is dropped, not converted to linear.
+  if (data && IsSRGB(data->Format()) && !data->Reinterpret(SetSRGB(data->Format(), false))) return SurfaceData::Null;
+  if (data && data->Format() != formats::A8B8G8R8) data = data->ConvertCopy(formats::A8B8G8R8);
   if (data && pyramid.Origin() == ImageOrigin::BottomUp && !data->FlipVertical()) return SurfaceData::Null;
   return data;
 }

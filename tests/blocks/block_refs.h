@@ -22,7 +22,7 @@ std::string ScratchPath(const std::string& name);
 std::shared_ptr<Pyramid> LoadPyramid(const std::string& path);
 // Surface `index` of level `level` of a file, converted to A8B8G8R8 and put
 // top-down (row 0 at the top); Null when anything fails. Compressed surfaces
-// are decoded with the block library first.
+// are decoded with the block library first; sRGB values are kept as stored.
 std::shared_ptr<SurfaceData> LoadRGBA8(const std::string& path, unsigned long long level = 0,
                                        unsigned long long index = 0);
 // The same for one surface of a pyramid.

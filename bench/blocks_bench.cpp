@@ -17,6 +17,7 @@
 #include "lumo/image/blocks.h"
 #include "lumo/image/compressed_formats.h"
 #include "lumo/image/formats.h"
+#include "photo.h"
 
 namespace {
 
@@ -29,42 +30,10 @@ im::PixelFormatDescriptor Descriptor(im::CompressFormat f) {
   return static_cast<im::PixelFormatDescriptor>((static_cast<unsigned long long>(f) << 8) | 1u);
 }
 
-// Soft gradients, value noise at three scales, hard-edged tiles and discs,
-// and an alpha ramp: neither flat nor pure noise.
+// The measurement picture shared with make_photo (and so with the
+// comparison against command-line encoders), with an alpha channel.
 const std::vector<std::uint8_t>& Photo() {
-  static const std::vector<std::uint8_t> pixels = [] {
-    std::vector<std::uint8_t> p(std::size_t{kSide} * kSide * 4);
-    auto hash = [](std::uint32_t x, std::uint32_t y, std::uint32_t s) {
-      std::uint32_t h = x * 0x8da6b343u ^ y * 0xd8163841u ^ s * 0xcb1ab31fu;
-      h ^= h >> 13;
-      h *= 0x5bd1e995u;
-      return ((h ^ (h >> 15)) & 0xffff) / 65535.0;
-    };
-    auto noise = [&](double x, double y, double cell, std::uint32_t s) {
-      const double fx = x / cell, fy = y / cell;
-      const auto ix = static_cast<std::uint32_t>(fx), iy = static_cast<std::uint32_t>(fy);
-      double tx = fx - ix, ty = fy - iy;
-      tx = tx * tx * (3 - 2 * tx), ty = ty * ty * (3 - 2 * ty);
-      const double top = hash(ix, iy, s) + (hash(ix + 1, iy, s) - hash(ix, iy, s)) * tx;
-      const double bottom = hash(ix, iy + 1, s) + (hash(ix + 1, iy + 1, s) - hash(ix, iy + 1, s)) * tx;
-      return top + (bottom - top) * ty;
-    };
-    for (std::uint32_t y = 0; y < kSide; ++y)
-      for (std::uint32_t x = 0; x < kSide; ++x) {
-        const double u = double(x) / kSide, v = double(y) / kSide;
-        const double shade = 0.5 * noise(x, y, 256, 1) + 0.3 * noise(x, y, 32, 2) + 0.2 * noise(x, y, 4, 3);
-        double r = 255 * (0.3 + 0.7 * u) * shade, g = 255 * shade * (0.6 + 0.4 * v), b = 255 * (1 - shade) * (1 - u);
-        if ((x / 96 + y / 64) % 7 == 0) std::swap(r, b);
-        const double dx = std::fmod(double(x), 300.0) - 150, dy = std::fmod(double(y), 260.0) - 130;
-        if (dx * dx + dy * dy < 60 * 60) r = 240 * shade + 15, g = 200 * shade, b = 40;
-        std::uint8_t* px = &p[(std::size_t{y} * kSide + x) * 4];
-        px[0] = static_cast<std::uint8_t>(std::clamp(r, 0.0, 255.0));
-        px[1] = static_cast<std::uint8_t>(std::clamp(g, 0.0, 255.0));
-        px[2] = static_cast<std::uint8_t>(std::clamp(b, 0.0, 255.0));
-        px[3] = static_cast<std::uint8_t>(255 * (1 - 0.8 * noise(x, y, 128, 4)));
-      }
-    return p;
-  }();
+  static const std::vector<std::uint8_t> pixels = lumo::image::bench::PhotoPicture(kSide, kSide, true);
   return pixels;
 }
 

@@ -33,6 +33,7 @@ struct Plan {
   bool opaque = false;       // DXT1: alpha forced to 255 so no 3-colour transparent block appears
   bool premultiply = false;  // DXT2, DXT4
   bool snorm = false;        // BC4/BC5 signed
+  Quality quality = Quality::Normal;
 };
 
 bool MakePlan(CompressFormat format, Quality quality, Plan* plan) {
@@ -85,8 +86,102 @@ bool MakePlan(CompressFormat format, Quality quality, Plan* plan) {
     default:
       return false;
   }
+  p.quality = quality;
   *plan = p;
   return true;
+}
+
+// Unsigned BC4 channels get our own endpoint search: libsquish fits them the
+// same way at every effort and leaves about 2 dB on the table. The palette is
+// the decoder's (bc.cpp: integer interpolation, truncated), so the error the
+// search minimises is the error the decoder shows.
+struct Bc4Palette {
+  int value[8];
+  Bc4Palette(int a0, int a1) {
+    value[0] = a0;
+    value[1] = a1;
+    if (a0 > a1) {
+      for (int i = 1; i < 7; ++i) value[i + 1] = ((7 - i) * a0 + i * a1) / 7;
+    } else {
+      for (int i = 1; i < 5; ++i) value[i + 1] = ((5 - i) * a0 + i * a1) / 5;
+      value[6] = 0;
+      value[7] = 255;
+    }
+  }
+};
+
+// Squared error of the block's `count` values under endpoints (a0, a1);
+// with `indices`, also the index of each value.
+int Bc4Error(const int* values, int count, int a0, int a1, std::uint8_t* indices = nullptr) {
+  const Bc4Palette palette(a0, a1);
+  int total = 0;
+  for (int i = 0; i < count; ++i) {
+    int best = 1 << 30, best_index = 0;
+    for (int k = 0; k < 8; ++k) {
+      const int d = values[i] - palette.value[k];
+      if (d * d < best) best = d * d, best_index = k;
+    }
+    total += best;
+    if (indices != nullptr) indices[i] = static_cast<std::uint8_t>(best_index);
+  }
+  return total;
+}
+
+// Moves (a0, a1) one step at a time while the error falls, keeping the mode
+// (a0 > a1 for eight values, a0 <= a1 for six plus 0 and 255).
+void Bc4Climb(const int* values, int count, bool eight, int steps, int* a0, int* a1, int* error) {
+  static const int kMoves[8][2] = {{1, 0}, {-1, 0}, {0, 1}, {0, -1}, {1, 1}, {-1, -1}, {1, -1}, {-1, 1}};
+  for (int round = 0; round < 64; ++round) {
+    int best = *error, best0 = *a0, best1 = *a1;
+    for (int step = 1; step <= steps; step *= 2) {
+      for (const auto& move : kMoves) {
+        const int c0 = *a0 + move[0] * step, c1 = *a1 + move[1] * step;
+        if (c0 < 0 || c0 > 255 || c1 < 0 || c1 > 255 || (c0 > c1) != eight) continue;
+        const int e = Bc4Error(values, count, c0, c1);
+        if (e < best) best = e, best0 = c0, best1 = c1;
+      }
+    }
+    if (best == *error) return;
+    *error = best, *a0 = best0, *a1 = best1;
+  }
+}
+
+// One unsigned BC4 block (8 bytes) from the visible values (rows of 4; the
+// rest of `visible` is unused).
+void EncodeBc4Block(const std::uint8_t* channel, int mask, Quality quality, std::uint8_t* out) {
+  int values[16], position[16], count = 0, lo = 255, hi = 0, inner_lo = 255, inner_hi = 0;
+  for (int i = 0; i < 16; ++i) {
+    if (((mask >> i) & 1) == 0) continue;
+    const int v = channel[i];
+    values[count] = v;
+    position[count++] = i;
+    lo = std::min(lo, v), hi = std::max(hi, v);
+    if (v != 0 && v != 255) inner_lo = std::min(inner_lo, v), inner_hi = std::max(inner_hi, v);
+  }
+  // Eight interpolated values between the extremes, or six between the inner
+  // extremes with 0 and 255 exact.
+  int e0 = hi, e1 = lo;
+  if (e0 == e1) e1 = e0 == 0 ? 1 : e0 - 1;  // a flat block still needs a0 > a1 here
+  if (e0 < e1) std::swap(e0, e1);
+  int error8 = Bc4Error(values, count, e0, e1);
+  int s0 = inner_lo <= inner_hi ? inner_lo : 0, s1 = inner_lo <= inner_hi ? inner_hi : 0;
+  int error6 = Bc4Error(values, count, s0, s1);
+  if (quality != Quality::Fast) {
+    const int steps = quality == Quality::Best ? 8 : 1;
+    Bc4Climb(values, count, true, steps, &e0, &e1, &error8);
+    if (quality == Quality::Best || error6 < error8) Bc4Climb(values, count, false, steps, &s0, &s1, &error6);
+  }
+  const bool eight = error8 <= error6;
+  const int a0 = eight ? e0 : s0, a1 = eight ? e1 : s1;
+  std::uint8_t indices[16] = {};
+  std::uint8_t chosen[16];
+  Bc4Error(values, count, a0, a1, chosen);
+  for (int i = 0; i < count; ++i) indices[position[i]] = chosen[i];
+  out[0] = static_cast<std::uint8_t>(a0);
+  out[1] = static_cast<std::uint8_t>(a1);
+  std::uint64_t bits = 0;
+  for (int i = 0; i < 16; ++i) bits |= std::uint64_t{indices[i]} << (3 * i);
+  for (int b = 0; b < 6; ++b) out[2 + b] = static_cast<std::uint8_t>(bits >> (8 * b));
 }
 
 // Signed BC4/BC5 hold two's-complement endpoints e in [-127, 127] meaning
@@ -140,6 +235,14 @@ void EncodeBlock(const Plan& plan, const std::uint8_t* pixels, std::size_t pitch
           break;
       }
     }
+  }
+  if ((plan.kind == Kind::Red || plan.kind == Kind::RedGreen) && !plan.snorm) {
+    std::uint8_t channel[16];
+    for (int c = 0; c < (plan.kind == Kind::RedGreen ? 2 : 1); ++c) {
+      for (int i = 0; i < 16; ++i) channel[i] = rgba[i * 4 + c];
+      EncodeBc4Block(channel, mask, plan.quality, out + 8 * c);
+    }
+    return;
   }
   squish::CompressMasked(rgba, mask, out, plan.flags);
   if (plan.snorm) {

@@ -3,9 +3,15 @@
 // between two pictures.
 #pragma once
 
+#include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
+#include <gtest/gtest.h>
+
+#include "lumo/image/compressed_formats.h"
 #include "lumo/image/pyramid.h"
 #include "lumo/image/surface_data.h"
 
@@ -36,5 +42,27 @@ struct Difference {
 };
 // Channel i (R, G, B, A in memory order) is compared when bit i of `channels` is set.
 Difference Compare(const SurfaceData& a, const SurfaceData& b, unsigned channels = 0xF);
+// The same for tight RGBA8 bytes (comparable when the sizes agree).
+Difference Compare(const std::vector<std::uint8_t>& a, const std::vector<std::uint8_t>& b, unsigned channels = 0xF);
+
+using Block = std::vector<std::uint8_t>;
+PixelFormatDescriptor Compressed(CompressFormat f, bool srgb = false);
+
+// Blocks decoded into exactly w x h x d pixels (the sanitizer build polices
+// the bounds) as R, G, B, A values per pixel, top row first: bytes or 16-bit
+// values (halves as bit patterns), signed where the decoded format is. Empty
+// when the decode fails.
+std::vector<int> DecodeValues(PixelFormatDescriptor f, const Block& blocks, unsigned w, unsigned h, unsigned d = 1);
+// The values of a decoded surface; bottom-up surfaces are turned top-down.
+std::vector<int> Values(const SurfaceData& decoded, bool bottom_up = false);
+
+// Each {pixel index, R, G, B, A} of `want` in the w x h decode of `blocks`.
+::testing::AssertionResult DecodesTo(PixelFormatDescriptor f, const Block& blocks, unsigned w, unsigned h,
+                                     const std::vector<std::vector<int>>& want);
+
+// `rounds` random fills of the blocks of w x h x d: each decodes, and every
+// pixel's values satisfy `ok` (when given).
+::testing::AssertionResult RandomBlocksDecode(PixelFormatDescriptor f, unsigned w, unsigned h, unsigned d, int rounds,
+                                              const std::function<bool(const int* rgba)>& ok = nullptr);
 
 }  // namespace lumo::image::testing

@@ -86,14 +86,27 @@ TEST(BCFiles, MatchNvdecompress) {
     const char* file;
     unsigned channels;  // bit 0 red ... bit 3 alpha (nvdecompress shows BC4 as grey)
     bool a1 = false;
-  } files[] = {{"dds/nv_bc1_mips.dds", 0xF}, {"dds/nv_bc1_npot.dds", 0xF}, {"dds/nv_bc1a.dds", 0x7},
-               {"dds/nv_bc1a.dds", 0xF, true}, {"dds/nv_cube_bc1_mips.dds", 0xF},
-               {"dds/pillow_bc1_typeless.dds", 0xF}, {"dds/py_dx10_array3_bc1.dds", 0xF},
-               {"pvr/v2_dxt1_mips.pvr", 0xF}, {"pvr/v3_dxt1_mips.pvr", 0xF}, {"dds/nv_bc2_mips.dds", 0xF},
-               {"dds/pillow_dxt3-argb-8bbp-explicitalpha_MipMaps-1.dds", 0xF}, {"dds/nv_bc3_mips.dds", 0xF},
-               {"dds/nv_bc3_npot.dds", 0xF}, {"dds/nv_bc3n.dds", 0xF}, {"dds/im_dxt5_mips.dds", 0xF},
-               {"pvr/v3_dxt5.pvr", 0xF}, {"ktx/py_array2_dxt5.ktx", 0xF}, {"dds/nv_bc4.dds", 0x9},
-               {"dds/pillow_ati1.dds", 0x9}, {"dds/pillow_bc4_unorm.dds", 0x9}, {"dds/nv_bc5_mips.dds", 0xF},
+  } files[] = {{"dds/nv_bc1_mips.dds", 0xF},
+               {"dds/nv_bc1_npot.dds", 0xF},
+               {"dds/nv_bc1a.dds", 0x7},
+               {"dds/nv_bc1a.dds", 0xF, true},
+               {"dds/nv_cube_bc1_mips.dds", 0xF},
+               {"dds/pillow_bc1_typeless.dds", 0xF},
+               {"dds/py_dx10_array3_bc1.dds", 0xF},
+               {"pvr/v2_dxt1_mips.pvr", 0xF},
+               {"pvr/v3_dxt1_mips.pvr", 0xF},
+               {"dds/nv_bc2_mips.dds", 0xF},
+               {"dds/pillow_dxt3-argb-8bbp-explicitalpha_MipMaps-1.dds", 0xF},
+               {"dds/nv_bc3_mips.dds", 0xF},
+               {"dds/nv_bc3_npot.dds", 0xF},
+               {"dds/nv_bc3n.dds", 0xF},
+               {"dds/im_dxt5_mips.dds", 0xF},
+               {"pvr/v3_dxt5.pvr", 0xF},
+               {"ktx/py_array2_dxt5.ktx", 0xF},
+               {"dds/nv_bc4.dds", 0x9},
+               {"dds/pillow_ati1.dds", 0x9},
+               {"dds/pillow_bc4_unorm.dds", 0x9},
+               {"dds/nv_bc5_mips.dds", 0xF},
                {"dds/pillow_bc5u.dds", 0xF}};
   for (const auto& file : files) {
     SCOPED_TRACE(file.file);
@@ -159,13 +172,18 @@ TEST(BCFiles, SignedBC5AgainstShiftedUnsigned) {
 TEST(BCFiles, BC7MatchesIndependentDecoder) {
   const struct {
     const char* file;
-    std::uint64_t fnv1a;                    // of the RGBA bytes
+    std::uint64_t fnv1a;               // of the RGBA bytes
     std::vector<std::vector<int>> px;  // {index, r, g, b, a}
-  } files[] = {{"dds/pillow_bc7-argb-8bpp_MipMaps-1.dds", 0x3d277c7baa3732f7ull,
-                {{0, 255, 255, 255, 0}, {85 * 256 + 128, 242, 251, 3, 255}, {255 * 256 + 255, 56, 60, 65, 255},
-                 {253 * 256 + 51, 252, 221, 174, 255}}},
-               {"dds/pillow_DXGI_FORMAT_BC7_UNORM_SRGB.dds", 0xf6159e61475beb25ull,
-                {{0, 255, 255, 255, 0}, {5 * 16 + 8, 0, 0, 0, 255}, {255, 255, 255, 255, 0}, {13 * 16 + 3, 0, 0, 0, 255}}}};
+  } files[] = {
+      {"dds/pillow_bc7-argb-8bpp_MipMaps-1.dds",
+       0x3d277c7baa3732f7ull,
+       {{0, 255, 255, 255, 0},
+        {85 * 256 + 128, 242, 251, 3, 255},
+        {255 * 256 + 255, 56, 60, 65, 255},
+        {253 * 256 + 51, 252, 221, 174, 255}}},
+      {"dds/pillow_DXGI_FORMAT_BC7_UNORM_SRGB.dds",
+       0xf6159e61475beb25ull,
+       {{0, 255, 255, 255, 0}, {5 * 16 + 8, 0, 0, 0, 255}, {255, 255, 255, 255, 0}, {13 * 16 + 3, 0, 0, 0, 255}}}};
   for (const auto& f : files) {
     const std::shared_ptr<Pyramid> pyramid = LoadPyramid(CorpusDir() + "/" + f.file);
     if (!pyramid) GTEST_SKIP() << "corpus file missing or unreadable: " << f.file;
@@ -296,7 +314,8 @@ TEST(BCBlocks, PalettesOfBC1ToBC5) {
   for (const Case& c : cases) {
     const std::vector<int> v = DecodeValues(Compressed(c.format), c.block, 4, 4);
     ASSERT_EQ(v.size(), 64u) << c.what;
-    for (unsigned i = 0; i < 16; ++i) EXPECT_EQ(v[i], c.row0[i / 4][i % 4]) << c.what << ", pixel " << i / 4 << ", channel " << i % 4;
+    for (unsigned i = 0; i < 16; ++i)
+      EXPECT_EQ(v[i], c.row0[i / 4][i % 4]) << c.what << ", pixel " << i / 4 << ", channel " << i % 4;
   }
 }
 

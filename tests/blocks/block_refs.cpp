@@ -95,8 +95,8 @@ namespace {
 std::vector<int> ValuesOf(PixelFormatDescriptor decoded, const char* px, std::size_t pitch, std::size_t w,
                           std::size_t rows, bool bottom_up) {
   decoded = SetSRGB(decoded, false);
-  const bool wide = decoded == formats::A16B16G16R16 || decoded == formats::A16sB16sG16sR16s ||
-                    decoded == formats::A16fB16fG16fR16f;
+  const bool wide =
+      decoded == formats::A16B16G16R16 || decoded == formats::A16sB16sG16sR16s || decoded == formats::A16fB16fG16fR16f;
   std::vector<int> v(w * rows * 4);
   for (std::size_t y = 0; y < rows; ++y) {
     const char* row = px + (bottom_up ? rows - 1 - y : y) * pitch;
@@ -133,8 +133,8 @@ std::vector<int> Values(const SurfaceData& decoded, bool bottom_up) {
   for (const auto& p : want)
     for (int c = 0; c < 4; ++c)
       if (v[4 * p[0] + c] != p[1 + c])
-        return ::testing::AssertionFailure() << "pixel " << p[0] << " channel " << c << " is " << v[4 * p[0] + c]
-                                             << ", expected " << p[1 + c];
+        return ::testing::AssertionFailure()
+               << "pixel " << p[0] << " channel " << c << " is " << v[4 * p[0] + c] << ", expected " << p[1 + c];
   return ::testing::AssertionSuccess();
 }
 

@@ -35,9 +35,9 @@ std::shared_ptr<SurfaceData> LoadRGBA8(const std::string& path, unsigned long lo
 std::shared_ptr<SurfaceData> ToRGBA8(const Pyramid& pyramid, unsigned long long level, unsigned long long index);
 
 struct Difference {
-  int max = 0;         // largest absolute difference of one channel value
-  double mean = 0;     // mean absolute difference over the compared channels
-  double psnr = 0;     // over the compared channels; 99 when equal
+  int max = 0;              // largest absolute difference of one channel value
+  double mean = 0;          // mean absolute difference over the compared channels
+  double psnr = 0;          // over the compared channels; 99 when equal
   bool comparable = false;  // same size, both A8B8G8R8
 };
 // Channel i (R, G, B, A in memory order) is compared when bit i of `channels` is set.

@@ -9,28 +9,7 @@ set -u
 tool=${1:?usage: batch_test.sh PATH/TO/lmimage [CORPUS_DIR]}
 corpus=${2:-}
 case $tool in /*) ;; *) tool=$(pwd)/$tool ;; esac
-tmp=$(mktemp -d) || exit 1
-trap 'rm -rf "$tmp"' EXIT
-failures=0
-
-fail() {
-  echo "FAIL: $*" >&2
-  failures=$((failures + 1))
-}
-
-run() {
-  last="lmimage $*"
-  "$tool" "$@" >"$tmp/out" 2>"$tmp/err"
-  status=$?
-}
-
-expect_status() {
-  [ "$status" -eq "$1" ] || fail "$last: exit status $status, expected $1 ($(head -c 300 "$tmp/err"))"
-}
-
-expect_line() {
-  grep -Fqx -- "$1" "$tmp/out" || fail "$last: no stdout line '$1'"
-}
+. "$(dirname "$0")/test_lib.sh"
 
 expect_count() {  # PATTERN FILE N: lines of FILE matching PATTERN (fixed string)
   n=$(grep -Fc -- "$1" "$2")
@@ -242,8 +221,4 @@ else
   echo "batch_test: no corpus folder given; skipping the checks on real files"
 fi
 
-if [ "$failures" -ne 0 ]; then
-  echo "$failures batch check(s) failed" >&2
-  exit 1
-fi
-echo "all batch checks passed"
+finish "batch"

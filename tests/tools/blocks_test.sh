@@ -80,11 +80,16 @@ run convert "$corpus/dds/nv_bc1_mips.dds" "$tmp/bc1.png"
 expect_status 0
 run diff "$corpus/dds/nv_bc1_mips.dds" "$tmp/bc1.png"
 expect_status 1  # 7 levels against 1
-run convert "$corpus/dds/nv_bc1_mips.dds" "$tmp/bc1-resized.dds" --resize 32x32 --mips
+# Blocks only resampled are encoded again in their own format; without an encoder that fails.
+run convert "$corpus/dds/nv_bc1_mips.dds" "$tmp/bc1-resized.dds" --resize 32x32 --mips --quality best
 expect_status 0
+grep -q "DXT1, 32x32, 6 levels" "$tmp/out" || fail "resized DXT1: $(cat "$tmp/out")"
+run convert "$corpus/dds/pillow_bc7-argb-8bpp_MipMaps-1.dds" "$tmp/bc7.dds" --mips
+expect_status 1
+expect_err_lines 1
 
 # --- usage errors, found before any work ---
-for args in "convert $src $tmp/u.dds --quality best" "convert $src $tmp/u.dds --format BC7" \
+for args in "convert $src $tmp/u.dds --format BC7" \
             "convert $src $tmp/u.dds --format DXT5 --quality superb" "preview $src $tmp/u.jpg" \
             "diff $src" "diff $src $src --min-psnr x" "diff $src $src --channels Q" "preview $src"; do
   run $args
@@ -117,4 +122,4 @@ expect_status 0
 run preview "$src" "$tmp/small.png" --max-tile 100
 grep -q "shown 100x100" "$tmp/out" || fail "--max-tile 100 did not shrink the 256 x 256 tile"
 
-finish
+finish "block"

@@ -6,30 +6,7 @@ set -u
 
 tool=${1:?usage: cli_test.sh PATH/TO/lmimage [CORPUS_DIR]}
 corpus=${2:-}
-tmp=$(mktemp -d) || exit 1
-trap 'rm -rf "$tmp"' EXIT
-failures=0
-
-fail() {
-  echo "FAIL: $*" >&2
-  failures=$((failures + 1))
-}
-
-# run ARGS...: runs the tool, keeping stdout, stderr and the exit status.
-run() {
-  last="lmimage $*"
-  "$tool" "$@" >"$tmp/out" 2>"$tmp/err"
-  status=$?
-}
-
-expect_status() {
-  [ "$status" -eq "$1" ] || fail "$last: exit status $status, expected $1"
-}
-
-# The whole line must match, so column alignment is checked too.
-expect_line() {
-  grep -Fqx -- "$1" "$tmp/out" || fail "$last: no stdout line '$1'"
-}
+. "$(dirname "$0")/test_lib.sh"
 
 # Errors are exactly one line on stderr and nothing on stdout.
 expect_error() {
@@ -278,14 +255,12 @@ expect_error "lmimage: convert: 'Q8': not a pixel format name or 0x hex value"
 
 # ---- convert: failures leave the output as it was ----
 cp "$dds" "$tmp/keep.dds"
-run convert "$dds" "$tmp/keep.dds" --format DXT5; expect_status 1
-expect_error "lmimage: convert: '$dds': cannot convert A8R8G8B8 to DXT5"
+run convert "$dds" "$tmp/keep.dds" --format D24S8; expect_status 1
+expect_error "lmimage: convert: '$dds': cannot convert A8R8G8B8 to D24S8"
 cmp -s "$tmp/keep.dds" "$dds" || fail "$last: failed convert changed the existing output"
-run convert "$tmp/dxt1.dds" "$tmp/x.dds" --mips; expect_status 1
-grep -Fqx "lmimage: convert: '$tmp/dxt1.dds': cannot make the mip levels of this Surface (DXT1)" "$tmp/err" ||
-  grep -Fq "lmimage: convert: '$tmp/dxt1.dds': cannot make the mip levels of this Surface (DXT1): " "$tmp/err" ||
-  fail "$last: stderr is '$(cat "$tmp/err")'"
-[ "$(wc -l <"$tmp/err")" -eq 1 ] || fail "$last: expected one line on stderr"
+# Block input is decoded for the mips and encoded again in its own format.
+run convert "$tmp/dxt1.dds" "$tmp/x.dds" --mips; expect_status 0
+expect_line "wrote $tmp/x.dds: DDS, DXT1, 2x2, 2 levels, $(wc -c <"$tmp/x.dds") bytes"
 run convert "$tmp/missing.dds" "$tmp/x.dds"; expect_status 1
 expect_error "lmimage: convert: '$tmp/missing.dds': cannot read: No such file or directory"
 run convert "$tmp/short.dds" "$tmp/x.dds"; expect_status 1
@@ -316,11 +291,12 @@ if [ -n "$corpus" ] && [ -d "$corpus" ]; then
   done
 
   # A container that cannot hold a format says so and names those that can.
-  run convert "$corpus/pkm/etc1tool_37x21.pkm" "$tmp/etc1.dds"; expect_status 1
-  expect_error "lmimage: convert: '$tmp/etc1.dds': the DDS container cannot hold ETC1 pixels; containers that can: KTX, PKM, PVR, PKMA"
-  run convert "$corpus/dds/pillow_bc6h_sf.dds" "$tmp/bc6h.pvr"; expect_status 1
-  expect_error "lmimage: convert: '$tmp/bc6h.pvr': the PVR container cannot hold BC6H_signed pixels; containers that can: DDS, KTX"
-  [ -e "$tmp/etc1.dds" ] || [ -e "$tmp/bc6h.pvr" ] && fail "a refused convert wrote a file"
+  run convert "$corpus/png/libpng_gray-1.png" "$tmp/grey1.ktx"; expect_status 1
+  expect_error "lmimage: convert: '$tmp/grey1.ktx': the KTX container cannot hold A1 pixels; containers that can: PNG, DDS, PVR (or convert them with --format)"
+  [ -e "$tmp/grey1.ktx" ] && fail "a refused convert wrote a file"
+  # Blocks such a container cannot hold are decoded instead.
+  run convert "$corpus/pkm/etc1tool_37x21.pkm" "$tmp/etc1.dds"; expect_status 0
+  expect_line "wrote $tmp/etc1.dds: DDS, A8B8G8R8, 37x21, 1 level, $(wc -c <"$tmp/etc1.dds") bytes"
 
   # Container details: the KTX orientation and keys, the PVR metadata.
   run info "$corpus/ktx/py_rgb8_odd_orient_up.ktx"; expect_status 0
@@ -335,8 +311,4 @@ else
   echo "no corpus folder given or found: checks on real files skipped"
 fi
 
-if [ "$failures" -ne 0 ]; then
-  echo "$failures check(s) failed" >&2
-  exit 1
-fi
-echo "all CLI checks passed"
+finish "CLI"

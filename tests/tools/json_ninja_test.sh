@@ -8,28 +8,7 @@ set -u
 tool=${1:?usage: json_ninja_test.sh PATH/TO/lmimage [CORPUS_DIR]}
 corpus=${2:-}
 case $tool in /*) ;; *) tool=$PWD/$tool ;; esac
-tmp=$(mktemp -d) || exit 1
-trap 'rm -rf "$tmp"' EXIT
-failures=0
-
-fail() {
-  echo "FAIL: $*" >&2
-  failures=$((failures + 1))
-}
-
-run() {
-  last="lmimage $*"
-  "$tool" "$@" >"$tmp/out" 2>"$tmp/err"
-  status=$?
-}
-
-expect_status() {
-  [ "$status" -eq "$1" ] || fail "$last: exit status $status, expected $1 ($(head -c 300 "$tmp/err"))"
-}
-
-expect_err_lines() {
-  [ "$(wc -l <"$tmp/err")" -eq "$1" ] || fail "$last: $(wc -l <"$tmp/err") stderr lines, expected $1"
-}
+. "$(dirname "$0")/test_lib.sh"
 
 have_python=0
 if command -v python3 >/dev/null 2>&1; then have_python=1; else echo "SKIP: python3 absent, JSON not parsed"; fi
@@ -213,8 +192,4 @@ else
   fi
 fi
 
-if [ "$failures" -ne 0 ]; then
-  echo "$failures check(s) failed" >&2
-  exit 1
-fi
-echo "all JSON and ninja checks passed"
+finish "JSON and ninja"

@@ -20,16 +20,21 @@ expect_status() {
   [ "$status" -eq "$1" ] || fail "$last: exit status $status, expected $1 ($(head -c 300 "$tmp/err"))"
 }
 
+# The whole line must match, so column alignment is checked too.
+expect_line() {
+  grep -Fqx -- "$1" "$tmp/out" || fail "$last: no stdout line '$1'"
+}
+
 expect_err_lines() {
   [ "$(wc -l <"$tmp/err")" -eq "$1" ] || fail "$last: $(wc -l <"$tmp/err") stderr lines, expected $1"
 }
 
-# Ends the script with the verdict.
+# Ends the script with the verdict; $1 names the checks ("all $1 passed").
 finish() {
   if [ "$failures" -ne 0 ]; then
-    echo "$failures failure(s)" >&2
+    echo "$failures ${1:-} check(s) failed" >&2
     exit 1
   fi
-  echo "all passed"
+  echo "all ${1:-} checks passed"
   exit 0
 }

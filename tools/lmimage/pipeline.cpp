@@ -346,10 +346,8 @@ PipelineOptions ParsePipelineOptions(const Invocation& invocation, ImageFormat c
   if (encodes && !blocks::CanEncode(options.format->descriptor)) {
     throw UsageError(options.format->name, "no encoder for this block format (encodable: " + EncodableFormats() + ")");
   }
-  if (invocation.Has("quality")) {
-    if (!encodes) throw UsageError("--quality", "only applies with a block --format");
-    options.quality = ParseQuality(invocation.Value("quality"));
-  }
+  // Also for block input resampled without --format (encoded again as it was).
+  if (invocation.Has("quality")) options.quality = ParseQuality(invocation.Value("quality"));
   options.mips = invocation.Has("mips");
   if (invocation.Has("filter")) {
     if (!options.mips) throw UsageError("--filter", "only applies with --mips");
@@ -417,12 +415,22 @@ ConvertedImage ConvertImage(const std::string& input, const std::string& output,
 
   // Blocks are decoded once their pixels must change (another format, any
   // resampling) or when the container cannot store them as they are.
+  // Blocks decoded only to be resampled are encoded again in their own format.
+  std::optional<PixelFormatDescriptor> reencode;
   if (IsCompressed(pyramid->Format())) {
     const PixelFormatDescriptor stored = pyramid->Format();
     const bool resamples = options.resize_width != 0 || options.max_size != 0 || options.pow2 ||
                            (options.mips && !pyramid->IsComplete());
     const bool reformats = options.format && options.format->descriptor != stored;
-    if (resamples || reformats || (!options.format && !CanHold(container, stored))) {
+    const bool unholdable = !options.format && !CanHold(container, stored);
+    if (resamples && !reformats && !unholdable) {
+      if (!blocks::CanEncode(stored)) {
+        throw Failure(input, "cannot encode " + FormatName(stored) + " blocks again after resampling (no encoder); "
+                             "choose a --format");
+      }
+      reencode = stored;
+    }
+    if (resamples || reformats || unholdable) {
       LogCapture log;
       std::shared_ptr<Pyramid> decoded = blocks::DecodeCopy(*pyramid);
       if (!decoded) {
@@ -436,12 +444,13 @@ ConvertedImage ConvertImage(const std::string& input, const std::string& output,
   // smaller target format first; blocks still compressed here are written as they are.
   const bool resample_first = !IsCompressed(pyramid->Format());
   if (resample_first) pyramid = Resample(std::move(pyramid), options, input);
-  if (options.format && IsCompressed(options.format->descriptor) &&
-      options.format->descriptor != pyramid->Format()) {
+  if (options.format && IsCompressed(options.format->descriptor) && options.format->descriptor != pyramid->Format())
+    reencode = options.format->descriptor;
+  if (reencode) {
     LogCapture log;
-    std::shared_ptr<Pyramid> encoded = blocks::EncodeCopy(*pyramid, options.format->descriptor, options.quality);
+    std::shared_ptr<Pyramid> encoded = blocks::EncodeCopy(*pyramid, *reencode, options.quality);
     if (!encoded) {
-      throw Failure(input, "cannot encode " + FormatName(pyramid->Format()) + " pixels as " + options.format->name +
+      throw Failure(input, "cannot encode " + FormatName(pyramid->Format()) + " pixels as " + FormatName(*reencode) +
                                log.Detail());
     }
     pyramid = std::move(encoded);

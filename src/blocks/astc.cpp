@@ -124,18 +124,6 @@ class Borrowed {
 
 constexpr astcenc_swizzle kIdentity{ASTCENC_SWZ_R, ASTCENC_SWZ_G, ASTCENC_SWZ_B, ASTCENC_SWZ_A};
 
-// Encoder threads: the machine's cores, or LMIMAGE_BLOCKS_THREADS when set (a
-// build farm sharing its cores; tests checking that the blocks do not depend
-// on the count).
-unsigned Threads() {
-  unsigned n = std::thread::hardware_concurrency();
-  if (const char* env = std::getenv("LMIMAGE_BLOCKS_THREADS")) {
-    const long v = std::strtol(env, nullptr, 10);
-    if (v > 0 && v <= 256) n = static_cast<unsigned>(v);
-  }
-  return n == 0 ? 1 : n;
-}
-
 // Runs astcenc_compress_image with thread indices 0..n-1, the calling thread
 // being index 0. astcenc hands out the blocks dynamically and lets any subset
 // of a context's threads take part, so a thread that cannot be started only
@@ -221,7 +209,7 @@ bool EncodeASTC(CompressFormat format, bool srgb, const PixelSource& src, std::u
   if (bx == 0 || by == 0 || bz != 1) return false;
   const std::size_t blocks = std::size_t{(src.width + bx - 1) / bx} * ((src.height + by - 1) / by);
   // The context is made for every core; small images start fewer threads.
-  const unsigned threads = Threads();
+  const unsigned threads = EncoderThreads();
   const Borrowed context({bx, by, 1, srgb ? ASTCENC_PRF_LDR_SRGB : ASTCENC_PRF_LDR, q, threads});
   if (context.get() == nullptr) return false;
   const unsigned started = static_cast<unsigned>(std::min<std::size_t>(threads, (blocks + 63) / 64));

@@ -267,16 +267,6 @@ void EncodeBand(const Plan& plan, const PixelSource& src, std::uint8_t* out, std
   }
 }
 
-// The machine's cores, or LMIMAGE_BLOCKS_THREADS when set (see astc.cpp).
-unsigned Threads() {
-  unsigned n = std::thread::hardware_concurrency();
-  if (const char* env = std::getenv("LMIMAGE_BLOCKS_THREADS")) {
-    const long v = std::strtol(env, nullptr, 10);
-    if (v > 0 && v <= 256) n = static_cast<unsigned>(v);
-  }
-  return n == 0 ? 1 : n;
-}
-
 }  // namespace
 
 bool BCEncodes(CompressFormat format) {
@@ -293,7 +283,7 @@ bool EncodeBC(CompressFormat format, const PixelSource& src, std::uint8_t* out, 
   constexpr std::uint64_t kMinBandBlocks = 4096;
   const std::uint64_t total = std::uint64_t{blocks_x} * blocks_y;
   const unsigned threads = static_cast<unsigned>(
-      std::min<std::uint64_t>({Threads(), blocks_y, (total + kMinBandBlocks - 1) / kMinBandBlocks}));
+      std::min<std::uint64_t>({EncoderThreads(), blocks_y, (total + kMinBandBlocks - 1) / kMinBandBlocks}));
   if (threads <= 1) {
     EncodeBand(plan, src, out, 0, blocks_y);
     return true;

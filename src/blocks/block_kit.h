@@ -88,6 +88,10 @@ struct PixelSource {
 bool EncodeBC(CompressFormat format, const PixelSource& src, std::uint8_t* out, Quality quality);
 bool EncodeASTC(CompressFormat format, bool srgb, const PixelSource& src, std::uint8_t* out, Quality quality);
 bool BCEncodes(CompressFormat format);
+// Encoder threads: the machine's cores, or LMIMAGE_BLOCKS_THREADS when set (a
+// build farm sharing its cores; tests checking that the blocks do not depend
+// on the count).
+unsigned EncoderThreads();
 bool ASTCEncodes(CompressFormat format);
 
 }  // namespace lumo::image::blocks::detail

@@ -3,6 +3,8 @@
 #include "lumo/image/blocks.h"
 
 #include <cstdint>
+#include <cstdlib>
+#include <thread>
 #include <new>
 #include <vector>
 
@@ -87,6 +89,15 @@ std::shared_ptr<Pyramid> MapLevels(const Pyramid& source, MapLevel&& map) {
 }
 
 }  // namespace
+
+unsigned detail::EncoderThreads() {
+  unsigned n = std::thread::hardware_concurrency();
+  if (const char* env = std::getenv("LMIMAGE_BLOCKS_THREADS")) {
+    const long v = std::strtol(env, nullptr, 10);
+    if (v > 0 && v <= 256) n = static_cast<unsigned>(v);
+  }
+  return n == 0 ? 1 : n;
+}
 
 PixelFormatDescriptor DecodedFormat(const PixelFormatDescriptor& format) {
   const CompressFormat f = GetCompressFormat(format);

@@ -110,6 +110,15 @@ std::shared_ptr<SurfaceData> ToFloat(const SurfaceData& data) {
 
 }  // namespace
 
+void WritePng(const std::shared_ptr<SurfaceData>& image, const std::string& path, const std::string& what) {
+  size_t size = 0;
+  LogCapture log;
+  const std::shared_ptr<Pyramid> pyramid = Pyramid::Make(std::make_shared<Surface>(image), ImageOrigin::TopDown);
+  const std::shared_ptr<char> file = ImageFactory::Instance()->Serialize(ImageFormat::PNG, pyramid.get(), &size, 0);
+  if (!file) throw Failure(path, "cannot encode " + what + " as PNG" + log.Detail());
+  WriteFileAtomically(path, file.get(), size);
+}
+
 Channels ChannelsOf(const PixelFormatDescriptor& format) {
   Channels channels;
   const bool grey = !IsCompressed(format) && HasComponent(format, PixelComponent::L);

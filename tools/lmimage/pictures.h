@@ -29,6 +29,10 @@ struct Channels {
 // What the stored format holds, for display and for choosing what to compare.
 Channels ChannelsOf(const PixelFormatDescriptor& format);
 
+// Writes `image` as a PNG file at `path` (atomically); a Failure names the path
+// and `what` ("the sheet", "the difference image").
+void WritePng(const std::shared_ptr<SurfaceData>& image, const std::string& path, const std::string& what);
+
 // Every element of `pyramid` (blocks decoded), or a Failure naming `path`.
 std::vector<Element> Elements(const Pyramid& pyramid, const std::string& path);
 

@@ -71,12 +71,7 @@ void WriteDifferenceImage(const Element& a, const Element& b, float scale, const
       out[i] = (i % 4 == 3) ? 255 : static_cast<std::uint8_t>(std::lround(d * 255.0f));
     }
   }
-  size_t size = 0;
-  LogCapture log;
-  const std::shared_ptr<Pyramid> pyramid = Pyramid::Make(std::make_shared<Surface>(image), ImageOrigin::TopDown);
-  const std::shared_ptr<char> file = ImageFactory::Instance()->Serialize(ImageFormat::PNG, pyramid.get(), &size, 0);
-  if (!file) throw Failure(path, "cannot encode the difference image" + log.Detail());
-  WriteFileAtomically(path, file.get(), size);
+  WritePng(image, path, "the difference image");
 }
 
 int Run(const Invocation& invocation) {

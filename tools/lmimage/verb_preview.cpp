@@ -138,12 +138,7 @@ int Run(const Invocation& invocation) {
     if (tile.width != tile.element->pixels->Width()) out << " shown " << tile.width << "x" << tile.height;
     out << '\n';
   }
-  size_t size = 0;
-  LogCapture log;
-  const std::shared_ptr<Pyramid> pyramid = Pyramid::Make(std::make_shared<Surface>(sheet), ImageOrigin::TopDown);
-  const std::shared_ptr<char> file = ImageFactory::Instance()->Serialize(ImageFormat::PNG, pyramid.get(), &size, 0);
-  if (!file) throw Failure(output, "cannot encode the sheet as PNG" + log.Detail());
-  WriteFileAtomically(output, file.get(), size);
+  WritePng(sheet, output, "the sheet");
   out << output << ": " << sheet_width << "x" << sheet_height << " contact sheet of " << tiles.size() << " image"
       << (tiles.size() == 1 ? "" : "s") << '\n';
   return kExitOk;

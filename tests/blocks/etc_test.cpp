@@ -108,24 +108,12 @@ TEST(EtcBlocks, HandWorkedBlocksOfEveryMode) {
      {{0, -32767, 0, 0, 32767}, {4, -32255, 0, 0, 32767}, {6, -32543, 0, 0, 32767}}},
     {"SignedR11NearZero", F::EAC_SIGNED_R11, {0x00, 0x0D, 0x7E, 0x49, 0x24, 0x92, 0x49, 0x24},
      {{0, -320, 0, 0, 32767}, {4, 288, 0, 0, 32767}, {5, 0, 0, 0, 32767}}},
+    {"SignedRG11", F::EAC_SIGNED_RG11,
+     {0x7F, 0xF0, 0xEC, 0, 0, 0, 0, 0, 0x80, 0x0D, 0x7E, 0x49, 0x24, 0x92, 0x49, 0x24},
+     {{0, 32767, -32767, 0, 32767}, {4, -25112, -32255, 0, 32767}, {15, 21012, -32543, 0, 32767}}},
       // clang-format on
   };
   for (const auto& c : cases) EXPECT_TRUE(testing::DecodesTo(Compressed(c.format), c.block, 4, 4, c.pixels)) << c.name;
-}
-
-// The format table's filler blocks promise full intensity in every channel.
-TEST(EtcBlocks, FillerBlocksDecodeToFullIntensity) {
-  for (const F f : kFormats) {
-    unsigned long long size = 0;
-    const char* filler = CompressFormatDummyBlock(f, &size);
-    ASSERT_NE(filler, nullptr);
-    const std::vector<int> px = DecodeValues(Compressed(f), Block(filler, filler + size), 4, 4);
-    const int full = !IsEac(f) ? 255 : IsSigned(f) ? 32767 : 65535;
-    for (std::size_t i = 0; i < px.size(); ++i)
-      if (!IsEac(f) || i % 4 < EacChannels(f)) {
-        ASSERT_EQ(px[i], full) << int(f) << " value " << i;
-      }
-  }
 }
 
 // The system's software OpenGL renderer, reached through libEGL at run time
@@ -281,9 +269,10 @@ TEST(EtcCorpus, Etc1MatchesEtc1tool) {
 }
 
 // The conformance ETC files encode one picture; the ETC1 decode is checked
-// against etc1tool above, so the ETC2 decodes must come close to it, for the
-// blocks of every mode (the punch-through file where it is opaque; its
-// transparent pixels where the 8-bit alpha file is mostly transparent).
+// against etc1tool above, so the ETC2 decodes must come close to it (the
+// punch-through file where it is opaque; its transparent pixels where the
+// 8-bit alpha file is mostly transparent). The modes are pinned by the hand
+// blocks and the renderer comparison; this catches file-level mix-ups.
 TEST(EtcCorpus, Etc2FilesAgreeWithTheEtc1Picture) {
   const Picture reference = DecodeFile("ktx/khr_etc1.ktx");
   if (reference.values.empty()) GTEST_SKIP() << "ktx/khr_etc1.ktx missing";
@@ -298,33 +287,6 @@ TEST(EtcCorpus, Etc2FilesAgreeWithTheEtc1Picture) {
                 100.0 * errors.count / double(ours.values.size() / 4 * 3));
     EXPECT_GT(errors.Psnr(), 30.0) << name;
   }
-  // Per mode of the ETC2 RGB file's blocks.
-  const auto pyramid = LoadPyramid(CorpusDir() + "/" + "ktx/khr_etc2-rgb.ktx");
-  const Picture etc2 = DecodeFile("ktx/khr_etc2-rgb.ktx");
-  const SurfaceData& blocks = *pyramid->GetSurface(0, 0)->Data();
-  Errors modes[5];  // individual, T, H, planar, differential
-  for (std::size_t i = 0; i * 8 < blocks.Size(); ++i) {
-    const auto* b = reinterpret_cast<const std::uint8_t*>(blocks.Buffer() + i * 8);
-    const auto overflows = [b](int k) {
-      return (b[k] >> 3) + (b[k] & 3) - (b[k] & 4) < 0 || (b[k] >> 3) + (b[k] & 3) - (b[k] & 4) > 31;
-    };
-    Errors& e = modes[!(b[3] & 2) ? 0 : overflows(0) ? 1 : overflows(1) ? 2 : overflows(2) ? 3 : 4];
-    for (std::size_t p = 0; p < 16; ++p) {
-      std::size_t x = i % (etc2.width / 4) * 4 + p % 4, y = i / (etc2.width / 4) * 4 + p / 4;
-      if (pyramid->Origin() == ImageOrigin::BottomUp) y = etc2.height - 1 - y;
-      for (unsigned c = 0; c < 3; ++c) e.Add((etc2.at(x, y, c) - reference.at(x, y, c)) / 255.0);
-    }
-  }
-  // T and H blocks stand where ETC1 does worst, so their reference is poorer;
-  // the bounds still fail a swapped H order bit (26.7 dB) or misplaced T
-  // distance bits (27.2 dB).
-  const double bounds[5] = {32, 28.5, 27.5, 32, 32};
-  for (int m = 0; m < 5; ++m) {
-    std::printf("khr_etc2-rgb.ktx mode %d: %.0f blocks, RGB PSNR %.2f dB against khr_etc1.ktx\n", m,
-                modes[m].count / 48, modes[m].Psnr());
-    EXPECT_GT(modes[m].count, 0) << m;
-    EXPECT_GT(modes[m].Psnr(), bounds[m]) << m;
-  }
   const Picture rgba8 = DecodeFile("ktx/khr_etc2-rgba8.ktx");
   const Picture rgba1 = DecodeFile("ktx/khr_etc2-rgba1.ktx");
   double agree = 0;
@@ -333,41 +295,6 @@ TEST(EtcCorpus, Etc2FilesAgreeWithTheEtc1Picture) {
   std::printf("khr_etc2-rgba1.ktx alpha agrees with khr_etc2-rgba8.ktx alpha >= 128 at %.2f%% of the pixels\n",
               400.0 * agree / double(rgba1.values.size()));
   EXPECT_GT(4 * agree / double(rgba1.values.size()), 0.95);
-}
-
-// The EAC conformance pictures: RG11 holds the R11 picture in red and its
-// halves swapped in green (the same blocks, so this only checks the layout);
-// the signed files hold in their left half the same picture read as two's
-// complement bytes (u / 255 unsigned, int8(u) / 127 signed).
-TEST(EtcCorpus, EacFilesAgreeWithEachOther) {
-  const Picture r11 = DecodeFile("ktx/khr_conftestimage_R11_EAC.ktx");
-  const Picture rg11 = DecodeFile("ktx/khr_conftestimage_RG11_EAC.ktx");
-  const Picture sr11 = DecodeFile("ktx/khr_conftestimage_SIGNED_R11_EAC.ktx");
-  const Picture srg11 = DecodeFile("ktx/khr_conftestimage_SIGNED_RG11_EAC.ktx");
-  if (r11.values.empty() || rg11.values.empty() || sr11.values.empty() || srg11.values.empty())
-    GTEST_SKIP() << "EAC conformance files missing";
-  const std::size_t w = r11.width, h = r11.height;
-  for (const Picture* p : {&rg11, &sr11, &srg11}) ASSERT_TRUE(p->width == w && p->height == h);
-  Errors rg[2], srg[2], signed_unsigned;
-  for (std::size_t y = 0; y < h; ++y)
-    for (std::size_t x = 0; x < w; ++x) {
-      const std::size_t turned = (x + w / 2) % w;
-      rg[0].Add((rg11.at(x, y, 0) - r11.at(x, y, 0)) / 65535.0);
-      rg[1].Add((rg11.at(x, y, 1) - r11.at(turned, y, 0)) / 65535.0);
-      srg[0].Add((srg11.at(x, y, 0) - sr11.at(x, y, 0)) / 32767.0);
-      srg[1].Add((srg11.at(x, y, 1) - sr11.at(turned, y, 0)) / 32767.0);
-      // Distance on the circle of 256 byte values, so that the bytes 127 and
-      // 128 (+1 and -1 signed), which compression may swap, stay close.
-      if (x < w / 2)
-        signed_unsigned.Add(
-            std::remainder(sr11.at(x, y, 0) * 127.0 / 32767.0 - r11.at(x, y, 0) * 255.0 / 65535.0, 256.0) / 127.0);
-    }
-  std::printf(
-      "EAC: RG11 R, G vs R11 %.2f, %.2f dB; signed RG11 R, G vs signed R11 %.2f, %.2f dB; "
-      "signed R11 vs R11 as two's complement (left half) %.2f dB\n",
-      rg[0].Psnr(), rg[1].Psnr(), srg[0].Psnr(), srg[1].Psnr(), signed_unsigned.Psnr());
-  for (const Errors* e : {&rg[0], &rg[1], &srg[0], &srg[1]}) EXPECT_GT(e->Psnr(), 40.0);
-  EXPECT_GT(signed_unsigned.Psnr(), 30.0);
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "blocks/block_refs.h"
@@ -161,41 +162,30 @@ TEST(Encode, DXT1AlphaRules) {
 }
 
 // Edge blocks: pixels outside the picture (here garbage around it in a wider
-// buffer) change nothing, and a single pixel comes back close.
+// buffer, the last row ending at the picture) change nothing, and a single
+// pixel comes back close (over the channels the format keeps).
 TEST(Encode, OddSizesIgnoreWhatLiesOutside) {
-  const CompressFormat formats[] = {
-      CompressFormat::DXT1,          CompressFormat::DXT1_A1,       CompressFormat::DXT3,
-      CompressFormat::DXT5,          CompressFormat::BC4_unsigned,  CompressFormat::BC5_signed,
-      CompressFormat::ASTC_RGBA_4x4, CompressFormat::ASTC_RGBA_5x4, CompressFormat::ASTC_RGBA_12x12};
-  const std::uint32_t sizes[][2] = {{1, 1}, {5, 3}, {17, 9}};
-  for (const CompressFormat f : formats)
-    for (const auto& size : sizes) {
-      const std::uint32_t w = size[0], h = size[1];
+  using F = CompressFormat;
+  const std::pair<F, unsigned> formats[] = {
+      {F::DXT1, 0x7},          {F::DXT1_A1, 0xF},       {F::DXT3, 0xF},
+      {F::DXT5, 0xF},          {F::BC4_unsigned, 0x1},  {F::BC5_signed, 0x3},
+      {F::ASTC_RGBA_4x4, 0xF}, {F::ASTC_RGBA_5x4, 0xF}, {F::ASTC_RGBA_12x12, 0xF}};
+  for (const auto& [f, channels] : formats)
+    for (const std::uint32_t w : {1u, 5u, 17u}) {
+      const std::uint32_t h = (w + 1) / 2;
       SCOPED_TRACE(::testing::Message() << "format " << int(f) << ' ' << w << 'x' << h);
       const Pixels tight = Photo(w, h);
-      // Same pixels, rows 7 pixels apart... with noise between and after.
       const std::size_t pitch = (std::size_t{w} + 7) * 4;
-      Pixels wide(pitch * (h + 5));
+      Pixels wide(pitch * (h - 1) + w * 4);
       std::uint32_t seed = 99;
       for (std::uint8_t& b : wide) b = static_cast<std::uint8_t>((seed = seed * 69069u + 1u) >> 24);
       for (std::uint32_t y = 0; y < h; ++y) std::copy_n(&tight[y * w * 4], w * 4, &wide[y * pitch]);
-      wide.resize(pitch * (h - 1) + w * 4);  // the last row ends at the picture
       const std::vector<std::uint8_t> a = Encode(Compressed(f), tight, w, h, Quality::Normal);
-      const std::vector<std::uint8_t> b = Encode(Compressed(f), wide, w, h, Quality::Normal, pitch);
       ASSERT_FALSE(a.empty());
-      EXPECT_EQ(a, b);
-      if (w == 1) {
-        const Pixels back = Decode(Compressed(f), a, w, h);
-        const Pixels expected = Expected(f, tight);
-        const unsigned channels = f == CompressFormat::BC4_unsigned ? 1
-                                  : f == CompressFormat::BC5_signed ? 3
-                                  : f == CompressFormat::DXT1       ? 7
-                                                                    : 15;
-        for (int c = 0; c < 4; ++c)
-          if (channels >> c & 1) {
-            EXPECT_NEAR(back[c], expected[c], f == CompressFormat::DXT3 && c == 3 ? 8 : 4) << c;
-          }
-      }
+      EXPECT_EQ(Encode(Compressed(f), wide, w, h, Quality::Normal, pitch), a);
+      if (w == 1)
+        EXPECT_LE(testing::Compare(Decode(Compressed(f), a, w, h), Expected(f, tight), channels).max,
+                  f == F::DXT3 ? 8 : 4);
     }
 }
 

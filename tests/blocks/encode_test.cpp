@@ -183,9 +183,10 @@ TEST(Encode, OddSizesIgnoreWhatLiesOutside) {
       const std::vector<std::uint8_t> a = Encode(Compressed(f), tight, w, h, Quality::Normal);
       ASSERT_FALSE(a.empty());
       EXPECT_EQ(Encode(Compressed(f), wide, w, h, Quality::Normal, pitch), a);
-      if (w == 1)
+      if (w == 1) {
         EXPECT_LE(testing::Compare(Decode(Compressed(f), a, w, h), Expected(f, tight), channels).max,
                   f == F::DXT3 ? 8 : 4);
+      }
     }
 }
 

@@ -31,16 +31,11 @@ using testing::DecodeValues;
 using testing::LoadPyramid;
 using F = CompressFormat;
 
-bool IsSigned(F f) { return f == F::EAC_SIGNED_R11 || f == F::EAC_SIGNED_RG11; }
-bool IsEac(F f) { return f >= F::EAC_R11 && f <= F::EAC_SIGNED_RG11; }
-unsigned EacChannels(F f) { return f == F::EAC_RG11 || f == F::EAC_SIGNED_RG11 ? 2 : 1; }
-const F kFormats[] = {F::ETC1,    F::ETC2_RGB8,      F::ETC2_RGBA8, F::ETC2_RGB8A1,
-                      F::EAC_R11, F::EAC_SIGNED_R11, F::EAC_RG11,   F::EAC_SIGNED_RG11};
-
 // {pixel, R, G, B, A}: bytes, for EAC 16-bit values (signed where the format is).
 // Index word 0x81008010: pixel 0 index 0, 1 1, 2 2, 15 3, the rest 0.
 // Index word 0x000C000A: pixels 0, 4, 8, 12 indices 0 to 3, the rest 0.
-// EAC indices 7E 49 24 92 49 24: pixel 0 3, 4 7, the rest 4; EC 00 00 00 00 00: 7, 3, the rest 0.
+// EAC indices 7E 49 24 92 49 24: pixel 0 3, 4 7, the rest 4;
+// EC 00 00 00 00 00: 7, 3, the rest 0.
 TEST(EtcBlocks, HandWorkedBlocksOfEveryMode) {
   const struct {
     const char* name;
@@ -59,9 +54,6 @@ TEST(EtcBlocks, HandWorkedBlocksOfEveryMode) {
      {3, 165, 231, 9, 255}}},
     {"Etc2T", F::ETC2_RGB8, {0x05, 0xA5, 0x80, 0xFF, 0x00, 0x0C, 0x00, 0x0A}, {{0, 17, 170, 85, 255},
      {4, 200, 64, 255, 255}, {8, 136, 0, 255, 255}, {12, 72, 0, 191, 255}, {15, 17, 170, 85, 255}}},
-    // ETC1 data whose differential red leaves its range reads as ETC2 does.
-    {"Etc1OverflowReadsAsT", F::ETC1, {0x05, 0xA5, 0x80, 0xFF, 0x00, 0x0C, 0x00, 0x0A},
-     {{4, 200, 64, 255, 255}, {12, 72, 0, 191, 255}}},
     {"Etc2HFirstColourGreater", F::ETC2_RGB8, {0x43, 0x06, 0x97, 0x0E, 0x00, 0x0C, 0x00, 0x0A},
      {{0, 168, 134, 117, 255}, {4, 104, 70, 53, 255}, {8, 66, 255, 49, 255}, {12, 2, 206, 0, 255}}},
     {"Etc2HSecondColourGreater", F::ETC2_RGB8, {0x0B, 0x06, 0x97, 0x0E, 0x00, 0x0C, 0x00, 0x0A},
@@ -69,8 +61,6 @@ TEST(EtcBlocks, HandWorkedBlocksOfEveryMode) {
     {"Etc2Planar", F::ETC2_RGB8, {0x41, 0x00, 0x07, 0xFF, 0x01, 0xF8, 0x1F, 0xE0},
      {{0, 130, 129, 28, 255}, {3, 224, 32, 198, 255}, {12, 33, 224, 105, 255},
      {15, 126, 127, 255, 255}}},
-    {"PunchThroughDifferentialOpaque", F::ETC2_RGB8A1, {0x83, 0xFC, 0x00, 0x2A, 0x81, 0x00, 0x80, 0x10},
-     {{0, 137, 255, 5, 255}, {2, 147, 213, 0, 255}, {15, 127, 193, 0, 255}}},
     // Opaque bit clear: index 0 keeps the base colour, index 2 is transparent black.
     {"PunchThroughDifferentialTransparent", F::ETC2_RGB8A1,
      {0x83, 0xFC, 0x00, 0x28, 0x81, 0x00, 0x80, 0x10},
@@ -78,37 +68,27 @@ TEST(EtcBlocks, HandWorkedBlocksOfEveryMode) {
      {3, 156, 222, 0, 255}}},
     {"PunchThroughTTransparent", F::ETC2_RGB8A1, {0x05, 0xA5, 0x80, 0xFD, 0x00, 0x0C, 0x00, 0x0A},
      {{0, 17, 170, 85, 255}, {4, 200, 64, 255, 255}, {8, 0, 0, 0, 0}, {12, 72, 0, 191, 255}}},
-    {"PunchThroughHTransparent", F::ETC2_RGB8A1, {0x43, 0x06, 0x97, 0x0C, 0x00, 0x0C, 0x00, 0x0A},
-     {{0, 168, 134, 117, 255}, {4, 104, 70, 53, 255}, {8, 0, 0, 0, 0}, {12, 2, 206, 0, 255}}},
     // Planar blocks are opaque whatever bit 33 says.
     {"PunchThroughPlanarIgnoresOpaqueBit", F::ETC2_RGB8A1,
      {0x41, 0x00, 0x07, 0xFD, 0x01, 0xF8, 0x1F, 0xE0},
      {{0, 130, 129, 28, 255}, {15, 126, 127, 255, 255}}},
-    // Alpha multiplier 0 gives the base everywhere.
+    // An 8-bit alpha multiplier of 0 gives the base everywhere.
     {"Rgba8AlphaMultiplierZero", F::ETC2_RGBA8,
      {0x80, 0x0D, 0x7E, 0x49, 0x24, 0x92, 0x49, 0x24, 0x05, 0xA5, 0x80, 0xFF, 0x00, 0x0C, 0x00, 0x0A},
      {{0, 17, 170, 85, 128}, {4, 200, 64, 255, 128}, {15, 17, 170, 85, 128}}},
     {"Rgba8AlphaClamped", F::ETC2_RGBA8,
      {0xFA, 0xF0, 0xEC, 0, 0, 0, 0, 0, 0x05, 0xA5, 0x80, 0xFF, 0x00, 0x0C, 0x00, 0x0A},
      {{0, 17, 170, 85, 255}, {4, 200, 64, 255, 25}, {1, 17, 170, 85, 205}}},
-    // 11-bit values v widen to v << 5 | v >> 6.
-    {"R11MultiplierZero", F::EAC_R11, {0x80, 0x0D, 0x7E, 0x49, 0x24, 0x92, 0x49, 0x24},
-     {{0, 32591, 0, 0, 65535}, {4, 33200, 0, 0, 65535}, {10, 32912, 0, 0, 65535}}},
     {"R11Top", F::EAC_R11, {0xFF, 0xF0, 0xEC, 0, 0, 0, 0, 0}, {{0, 65535, 0, 0, 65535},
      {4, 7811, 0, 0, 65535}, {13, 53914, 0, 0, 65535}}},
     {"R11Bottom", F::EAC_R11, {0x00, 0xF0, 0x7C, 0, 0, 0, 0, 0}, {{0, 0, 0, 0, 65535},
      {4, 53914, 0, 0, 65535}, {3, 0, 0, 0, 65535}}},
-    {"RG11", F::EAC_RG11,
-     {0xFF, 0xF0, 0xEC, 0, 0, 0, 0, 0, 0x80, 0x0D, 0x7E, 0x49, 0x24, 0x92, 0x49, 0x24},
-     {{0, 65535, 32591, 0, 65535}, {4, 7811, 33200, 0, 65535}, {13, 53914, 32912, 0, 65535}}},
     // Signed: magnitudes widen to m << 5 | m >> 5, so +-1023 reach +-32767.
     {"SignedR11Top", F::EAC_SIGNED_R11, {0x7F, 0xF0, 0xEC, 0, 0, 0, 0, 0}, {{0, 32767, 0, 0, 32767},
      {4, -25112, 0, 0, 32767}, {15, 21012, 0, 0, 32767}}},
     // Base -128 reads as -127 (index 7 would give -1015 instead of -1007 otherwise).
     {"SignedR11BaseMinus128", F::EAC_SIGNED_R11, {0x80, 0x0D, 0x7E, 0x49, 0x24, 0x92, 0x49, 0x24},
      {{0, -32767, 0, 0, 32767}, {4, -32255, 0, 0, 32767}, {6, -32543, 0, 0, 32767}}},
-    {"SignedR11NearZero", F::EAC_SIGNED_R11, {0x00, 0x0D, 0x7E, 0x49, 0x24, 0x92, 0x49, 0x24},
-     {{0, -320, 0, 0, 32767}, {4, 288, 0, 0, 32767}, {5, 0, 0, 0, 32767}}},
     {"SignedRG11", F::EAC_SIGNED_RG11,
      {0x7F, 0xF0, 0xEC, 0, 0, 0, 0, 0, 0x80, 0x0D, 0x7E, 0x49, 0x24, 0x92, 0x49, 0x24},
      {{0, 32767, -32767, 0, 32767}, {4, -25112, -32255, 0, 32767}, {15, 21012, -32543, 0, 32767}}},
@@ -195,22 +175,6 @@ TEST(EtcBlocks, RandomBlocksMatchTheSoftwareRenderer) {
             << int(f.format) << " round " << round << " pixel " << i / f.channels << " channel " << i % f.channels;
       }
     }
-  }
-}
-
-// Random blocks at sizes that cut edge blocks: every bit pattern decodes, and
-// what every block of the format shares holds.
-TEST(EtcBlocks, RandomBlocksAtOddSizes) {
-  for (const F f : kFormats) {
-    const auto ok = [f](const int* p) {
-      if (f == F::ETC2_RGB8A1) return p[3] == 255 || (p[0] == 0 && p[1] == 0 && p[2] == 0 && p[3] == 0);
-      if (IsEac(f))
-        return p[2] == 0 && p[3] == (IsSigned(f) ? 32767 : 65535) && (EacChannels(f) == 2 || p[1] == 0) &&
-               p[0] >= -32767 && p[1] >= -32767;
-      return f == F::ETC2_RGBA8 || p[3] == 255;
-    };
-    for (const auto& size : {std::pair<unsigned, unsigned>{5, 3}, {17, 9}})
-      EXPECT_TRUE(testing::RandomBlocksDecode(Compressed(f), size.first, size.second, 1, 50, ok));
   }
 }
 

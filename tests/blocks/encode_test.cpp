@@ -22,6 +22,7 @@ namespace {
 using Pixels = std::vector<std::uint8_t>;
 
 using testing::Compressed;
+using F = CompressFormat;
 
 // Gradients, a little noise, hard-edged shapes and an alpha ramp with a
 // cut-out: deterministic, the same on every machine.
@@ -67,11 +68,11 @@ Pixels Decode(PixelFormatDescriptor f, const std::vector<std::uint8_t>& blocks, 
 
 // What each format should give back: the source, premultiplied for DXT2 and
 // DXT4, the signed range's clamp for BC4/BC5 signed.
-Pixels Expected(CompressFormat f, Pixels px) {
+Pixels Expected(F f, Pixels px) {
   for (std::size_t i = 0; i < px.size(); i += 4) {
-    if (f == CompressFormat::DXT2 || f == CompressFormat::DXT4)
+    if (f == F::DXT2 || f == F::DXT4)
       for (int c = 0; c < 3; ++c) px[i + c] = static_cast<std::uint8_t>((px[i + c] * px[i + 3] + 127) / 255);
-    if (f == CompressFormat::BC4_signed || f == CompressFormat::BC5_signed)
+    if (f == F::BC4_signed || f == F::BC5_signed)
       for (int c = 0; c < 2; ++c) px[i + c] = std::max<std::uint8_t>(px[i + c], 1);
   }
   return px;
@@ -83,7 +84,6 @@ const Quality kQualities[] = {Quality::Fast, Quality::Normal, Quality::Best};
 // about a decibel, and a step from one effort to the next (BC4/BC5 use one fit
 // for every effort; the ASTC efforts must reach distinct presets).
 TEST(Encode, RoundTripPSNR) {
-  using F = CompressFormat;
   const struct {
     F format;
     bool srgb;
@@ -165,7 +165,6 @@ TEST(Encode, DXT1AlphaRules) {
 // buffer, the last row ending at the picture) change nothing, and a single
 // pixel comes back close (over the channels the format keeps).
 TEST(Encode, OddSizesIgnoreWhatLiesOutside) {
-  using F = CompressFormat;
   const std::pair<F, unsigned> formats[] = {
       {F::DXT1, 0x7},          {F::DXT1_A1, 0xF},       {F::DXT3, 0xF},
       {F::DXT5, 0xF},          {F::BC4_unsigned, 0x1},  {F::BC5_signed, 0x3},
@@ -196,9 +195,7 @@ TEST(Encode, SameBlocksWhateverTheThreadCount) {
   const struct {
     CompressFormat format;
     std::uint32_t w, h;
-  } cases[] = {{CompressFormat::DXT5, 520, 452},
-               {CompressFormat::BC5_unsigned, 520, 452},
-               {CompressFormat::ASTC_RGBA_6x6, 200, 150}};
+  } cases[] = {{F::DXT5, 520, 452}, {F::BC5_unsigned, 520, 452}, {F::ASTC_RGBA_6x6, 200, 150}};
   for (const auto& c : cases) {
     SCOPED_TRACE(::testing::Message() << "format " << int(c.format));
     const Pixels photo = Photo(c.w, c.h);
@@ -216,11 +213,11 @@ TEST(Encode, SameBlocksWhateverTheThreadCount) {
 TEST(Encode, RefusesWhatItCannotEncode) {
   const Pixels px = Photo(8, 8);
   std::vector<std::uint8_t> out(1024);
-  for (const CompressFormat f : {CompressFormat::BC7, CompressFormat::ETC1, CompressFormat::ASTC_RGBA_4x4x4}) {
+  for (const CompressFormat f : {F::BC7, F::ETC1, F::ASTC_RGBA_4x4x4}) {
     EXPECT_FALSE(CanEncode(Compressed(f)));
     EXPECT_FALSE(EncodeBlocks(Compressed(f), px.data(), px.size(), 32, 8, 8, out.data(), out.size(), Quality::Fast));
   }
-  EXPECT_FALSE(EncodeBlocks(Compressed(CompressFormat::DXT1), px.data(), px.size(), 32, 8, 8, out.data(), out.size(),
+  EXPECT_FALSE(EncodeBlocks(Compressed(F::DXT1), px.data(), px.size(), 32, 8, 8, out.data(), out.size(),
                             static_cast<Quality>(3)));
 }
 

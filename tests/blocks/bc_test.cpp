@@ -86,28 +86,16 @@ TEST(BCFiles, MatchNvdecompress) {
     const char* file;
     unsigned channels;  // bit 0 red ... bit 3 alpha (nvdecompress shows BC4 as grey)
     bool a1 = false;
-  } files[] = {{"dds/nv_bc1_mips.dds", 0xF},
-               {"dds/nv_bc1_npot.dds", 0xF},
-               {"dds/nv_bc1a.dds", 0x7},
-               {"dds/nv_bc1a.dds", 0xF, true},
-               {"dds/nv_cube_bc1_mips.dds", 0xF},
-               {"dds/pillow_bc1_typeless.dds", 0xF},
-               {"dds/py_dx10_array3_bc1.dds", 0xF},
-               {"pvr/v2_dxt1_mips.pvr", 0xF},
-               {"pvr/v3_dxt1_mips.pvr", 0xF},
-               {"dds/nv_bc2_mips.dds", 0xF},
-               {"dds/pillow_dxt3-argb-8bbp-explicitalpha_MipMaps-1.dds", 0xF},
-               {"dds/nv_bc3_mips.dds", 0xF},
-               {"dds/nv_bc3_npot.dds", 0xF},
-               {"dds/nv_bc3n.dds", 0xF},
-               {"dds/im_dxt5_mips.dds", 0xF},
-               {"pvr/v3_dxt5.pvr", 0xF},
-               {"ktx/py_array2_dxt5.ktx", 0xF},
-               {"dds/nv_bc4.dds", 0x9},
-               {"dds/pillow_ati1.dds", 0x9},
-               {"dds/pillow_bc4_unorm.dds", 0x9},
-               {"dds/nv_bc5_mips.dds", 0xF},
-               {"dds/pillow_bc5u.dds", 0xF}};
+  } files[] = {// clang-format off
+      {"dds/nv_bc1_mips.dds", 0xF}, {"dds/nv_bc1_npot.dds", 0xF}, {"dds/nv_bc1a.dds", 0x7},
+      {"dds/nv_bc1a.dds", 0xF, true}, {"dds/nv_cube_bc1_mips.dds", 0xF}, {"dds/pillow_bc1_typeless.dds", 0xF},
+      {"dds/py_dx10_array3_bc1.dds", 0xF}, {"pvr/v2_dxt1_mips.pvr", 0xF}, {"pvr/v3_dxt1_mips.pvr", 0xF},
+      {"dds/nv_bc2_mips.dds", 0xF}, {"dds/pillow_dxt3-argb-8bbp-explicitalpha_MipMaps-1.dds", 0xF},
+      {"dds/nv_bc3_mips.dds", 0xF}, {"dds/nv_bc3_npot.dds", 0xF}, {"dds/nv_bc3n.dds", 0xF},
+      {"dds/im_dxt5_mips.dds", 0xF}, {"pvr/v3_dxt5.pvr", 0xF}, {"ktx/py_array2_dxt5.ktx", 0xF},
+      {"dds/nv_bc4.dds", 0x9}, {"dds/pillow_ati1.dds", 0x9}, {"dds/pillow_bc4_unorm.dds", 0x9},
+      {"dds/nv_bc5_mips.dds", 0xF}, {"dds/pillow_bc5u.dds", 0xF}};
+  // clang-format on
   for (const auto& file : files) {
     SCOPED_TRACE(file.file);
     const std::shared_ptr<Pyramid> pyramid = LoadPyramid(CorpusDir() + "/" + file.file);

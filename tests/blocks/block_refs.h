@@ -1,6 +1,7 @@
 // What the block codec tests share: independent command-line decoders run on
-// corpus files, pictures loaded top-down as 8-bit RGBA, and the differences
-// between two pictures.
+// corpus files, pictures loaded top-down as 8-bit RGBA, the differences
+// between two pictures, blocks decoded into exactly sized buffers and checked
+// against worked-out pixels, and random blocks.
 #pragma once
 
 #include <cstdint>

@@ -130,9 +130,9 @@ int Bc4Error(const int* values, int count, int a0, int a1, std::uint8_t* indices
 
 // Moves (a0, a1) one step at a time while the error falls, keeping the mode
 // (a0 > a1 for eight values, a0 <= a1 for six plus 0 and 255).
-void Bc4Climb(const int* values, int count, bool eight, int steps, int* a0, int* a1, int* error) {
+void Bc4Climb(const int* values, int count, bool eight, int steps, int rounds, int* a0, int* a1, int* error) {
   static const int kMoves[8][2] = {{1, 0}, {-1, 0}, {0, 1}, {0, -1}, {1, 1}, {-1, -1}, {1, -1}, {-1, 1}};
-  for (int round = 0; round < 64; ++round) {
+  for (int round = 0; round < rounds; ++round) {
     int best = *error, best0 = *a0, best1 = *a1;
     for (int step = 1; step <= steps; step *= 2) {
       for (const auto& move : kMoves) {
@@ -339,11 +339,13 @@ void EncodeBc4Block(const std::uint8_t* channel, int mask, Quality quality, std:
   int error8 = Bc4Error(values, count, e0, e1);
   int s0 = inner_lo <= inner_hi ? inner_lo : 0, s1 = inner_lo <= inner_hi ? inner_hi : 0;
   int error6 = Bc4Error(values, count, s0, s1);
-  if (quality != Quality::Fast) {
-    const int steps = quality == Quality::Best ? 8 : 1;
-    Bc4Climb(values, count, true, steps, &e0, &e1, &error8);
-    if (quality == Quality::Best || error6 < error8) Bc4Climb(values, count, false, steps, &s0, &s1, &error6);
-  }
+  // Fast effort takes two steps in the eight-value mode; normal climbs until the
+  // error stops falling, in the better mode; best with longer steps in both.
+  const int steps = quality == Quality::Best ? 8 : 1;
+  const int rounds = quality == Quality::Fast ? 2 : 64;
+  Bc4Climb(values, count, true, steps, rounds, &e0, &e1, &error8);
+  if (quality == Quality::Best || (quality == Quality::Normal && error6 < error8))
+    Bc4Climb(values, count, false, steps, rounds, &s0, &s1, &error6);
   const bool eight = error8 <= error6;
   const int a0 = eight ? e0 : s0, a1 = eight ? e1 : s1;
   std::uint8_t indices[16] = {};

@@ -53,21 +53,12 @@ Bytes MakeFile(const Header& h, size_t payload) {
   const size_t header = h.dx10 ? 148 : 128;
   Bytes b(header + payload);
   for (size_t i = header; i < b.size(); ++i) b[i] = static_cast<char>(i * 7 + 3);
-  const std::pair<size_t, u32> fields[] = {{0, FourCC("DDS ")},
-                                           {4, 124},
-                                           {12, h.height},
-                                           {16, h.width},
-                                           {24, h.depth},
-                                           {28, h.mips},
-                                           {76, 32},
-                                           {80, h.dx10 ? 4u : h.pf_flags},
-                                           {84, h.dx10 ? FourCC("DX10") : h.fourcc},
-                                           {88, h.bits},
-                                           {92, h.r},
-                                           {96, h.g},
-                                           {100, h.b},
-                                           {104, h.a},
-                                           {112, h.caps2}};
+  // clang-format off
+  const std::pair<size_t, u32> fields[] = {
+      {0, FourCC("DDS ")}, {4, 124}, {12, h.height}, {16, h.width}, {24, h.depth}, {28, h.mips}, {76, 32},
+      {80, h.dx10 ? 4u : h.pf_flags}, {84, h.dx10 ? FourCC("DX10") : h.fourcc}, {88, h.bits}, {92, h.r}, {96, h.g},
+      {100, h.b}, {104, h.a}, {112, h.caps2}};
+  // clang-format on
   for (const auto& [offset, value] : fields) Put32(&b, offset, value);
   if (h.dx10) {
     Put32(&b, 128, h.dxgi);

@@ -79,44 +79,41 @@ TEST(PVRRead, HeaderRules) {
     std::function<void(Header&)> edit;
     size_t payload;
     const char* format;  // nullptr: refused
-    MipmapType type;
-    ull levels;
-    const char* log;
+    const char* log = "";
+    MipmapType type = MipmapType::Surface;
+    ull levels = 1;
   };
-  const auto plain = MipmapType::Surface;
   const char* const kA8B8G8R8 = "A8B8G8R8";
   // clang-format off
   const Case cases[] = {
-      {"rgba 8888", [](H) {}, 64, kA8B8G8R8, plain, 1, ""},
-      {"argb 8888", [](H h) { h.letters = "argb"; }, 64, "B8G8R8A8", plain, 1, ""},
-      {"abgr 8888 is R8G8B8A8: A8B8G8R8", [](H h) { h.letters = "abgr"; }, 64, kA8B8G8R8, plain, 1, ""},
-      {"the same in sRGB", [](H h) { h.letters = "abgr", h.colour_space = 1; }, 64, "s_A8B8G8R8", plain, 1, ""},
-      {"unsigned integers", [](H h) { h.channel_type = 2; }, 64, "u_A8B8G8R8", plain, 1, ""},
-      {"snorm shorts", [](H h) { h.letters = "rg", h.bits = {16, 16}, h.channel_type = 5; }, 64, "G16sR16s", plain, 1,
-       ""},
-      {"float", [](H h) { h.letters = "r", h.bits = {16}, h.channel_type = 12; }, 64, "R16f", plain, 1, ""},
-      {"an unknown letter ends the channels", [](H h) { h.letters = "rgxa"; }, 64, "G8R8", plain, 1, ""},
-      {"no known letter", [](H h) { h.letters = "xg"; }, 64, nullptr, plain, 0, ""},
-      {"id 18 is A1", [](H h) { h.letters = "", h.id = 18; }, 64, "A1", plain, 1, ""},
-      {"no signed DXT1", [](H h) { h.letters = "", h.id = 7, h.channel_type = 1; }, 64, nullptr, plain, 0, ""},
-      {"unknown id", [](H h) { h.letters = "", h.id = 16; }, 64, nullptr, plain, 0, ""},
-      {"array", [](H h) { h.surfaces = 3, h.mips = 2; }, 3 * 80, kA8B8G8R8, MipmapType::SurfaceArray, 2, ""},
-      {"mip count past the full chain", [](H h) { h.mips = 0xFFFFFFFF; }, 84, kA8B8G8R8, plain, 3, ""},
-      {"cube array", [](H h) { h.faces = 6, h.surfaces = 2; }, 768, nullptr, plain, 0,
-       "PVR cube array not implemented!"},
-      {"last level one byte short", [](H h) { h.mips = 3; }, 83, nullptr, plain, 0,
+      {"rgba 8888", [](H) {}, 64, kA8B8G8R8},
+      {"argb 8888", [](H h) { h.letters = "argb"; }, 64, "B8G8R8A8"},
+      {"abgr 8888 is R8G8B8A8: A8B8G8R8", [](H h) { h.letters = "abgr"; }, 64, kA8B8G8R8},
+      {"the same in sRGB", [](H h) { h.letters = "abgr", h.colour_space = 1; }, 64, "s_A8B8G8R8"},
+      {"unsigned integers", [](H h) { h.channel_type = 2; }, 64, "u_A8B8G8R8"},
+      {"snorm shorts", [](H h) { h.letters = "rg", h.bits = {16, 16}, h.channel_type = 5; }, 64, "G16sR16s"},
+      {"float", [](H h) { h.letters = "r", h.bits = {16}, h.channel_type = 12; }, 64, "R16f"},
+      {"an unknown letter ends the channels", [](H h) { h.letters = "rgxa"; }, 64, "G8R8"},
+      {"no known letter", [](H h) { h.letters = "xg"; }, 64, nullptr},
+      {"id 18 is A1", [](H h) { h.letters = "", h.id = 18; }, 64, "A1"},
+      {"no signed DXT1", [](H h) { h.letters = "", h.id = 7, h.channel_type = 1; }, 64, nullptr},
+      {"unknown id", [](H h) { h.letters = "", h.id = 16; }, 64, nullptr},
+      {"array", [](H h) { h.surfaces = 3, h.mips = 2; }, 3 * 80, kA8B8G8R8, "", MipmapType::SurfaceArray, 2},
+      {"mip count past the full chain", [](H h) { h.mips = 0xFFFFFFFF; }, 84, kA8B8G8R8, "", MipmapType::Surface, 3},
+      {"cube array", [](H h) { h.faces = 6, h.surfaces = 2; }, 768, nullptr, "PVR cube array not implemented!"},
+      {"last level one byte short", [](H h) { h.mips = 3; }, 83, nullptr,
        "PVR mipmap 2 memory overflow: expect 136, current 135, refuse loading!"},
-      {"a cube face short", [](H h) { h.faces = 6; }, 383, nullptr, plain, 0,
+      {"a cube face short", [](H h) { h.faces = 6; }, 383, nullptr,
        "PVR mipmap 0 memory overflow: expect 436, current 435, refuse loading!"},
-      {"billions of layers", [](H h) { h.surfaces = 0xFFFFFFFF; }, 64, nullptr, plain, 0,
+      {"billions of layers", [](H h) { h.surfaces = 0xFFFFFFFF; }, 64, nullptr,
        "PVR mipmap 0 memory overflow: expect 274877906932, current 116, refuse loading!"},
-      {"absurd size", [](H h) { h.width = h.height = h.depth = 0xFFFFFFFF; }, 64, nullptr, plain, 0,
+      {"absurd size", [](H h) { h.width = h.height = h.depth = 0xFFFFFFFF; }, 64, nullptr,
        "PVR mipmap 0 memory overflow: expect 18446744073709551615, current 116, refuse loading!"},
-      {"zero width", [](H h) { h.width = 0; }, 64, nullptr, plain, 0, "PVR width and height must not be 0."},
-      {"metadata entry cut short", [](H h) { h.metadata = Bytes(8); }, 64, nullptr, plain, 0,
+      {"zero width", [](H h) { h.width = 0; }, 64, nullptr, "PVR width and height must not be 0."},
+      {"metadata entry cut short", [](H h) { h.metadata = Bytes(8); }, 64, nullptr,
        "PVR metadata entry 0 memory overflow: expect 64, current 60, refuse loading!"},
       {"entry past its block", [](H h) { h.metadata = Entry(1, 2, Bytes(4)), h.metadata.resize(14); }, 64, nullptr,
-       plain, 0, "PVR metadata entry 0 memory overflow: expect 68, current 66, refuse loading!"},
+       "PVR metadata entry 0 memory overflow: expect 68, current 66, refuse loading!"},
   };
   // clang-format on
   for (const Case& c : cases) {

@@ -160,11 +160,11 @@ TEST(Pyramid, HorizontalAndDepthFlipsTryEveryLevel) {
               empty->Reinterpret(formats::R8));
 }
 
-TEST(Pyramid, CopiesShareLevelsAndOutliveEachOther) {
-  auto arr = std::make_shared<SurfaceArray>(std::vector(3, S(4, 1)));
-  auto p = Pyramid::Make(Levels{arr, S(2, 1)}, kBottom);
+TEST(Pyramid, CopiesShareLevels) {
+  const auto arr = std::make_shared<SurfaceArray>(std::vector(3, S(4, 1)));
+  const auto p = Pyramid::Make(Levels{arr, S(2, 1)}, kBottom);
   p->SetPalette(Palette());
-  auto copy = std::make_shared<Pyramid>(*p);
+  const auto copy = std::make_shared<Pyramid>(*p);
   EXPECT_EQ(std::make_tuple(copy->GetMipmap(0), copy->GetPalette(), copy->Origin()),
             std::make_tuple(std::shared_ptr<Mipmap>(arr), p->GetPalette(), kBottom));
   // An in-place flip through one pyramid shows through the other; Skip does not.
@@ -172,13 +172,6 @@ TEST(Pyramid, CopiesShareLevelsAndOutliveEachOther) {
   EXPECT_EQ(p->GetSurface(0, 1)->Buffer()[0], 4);
   ASSERT_TRUE(copy->Skip(1));
   EXPECT_EQ(p->LevelsCurrent(), 2u);
-  // A layer taken from the chain outlives the pyramids and the array.
-  auto layer = p->GetSurface(0, 2);
-  p.reset();
-  arr.reset();
-  copy.reset();
-  EXPECT_EQ(layer->Buffer()[3], 1);
-  EXPECT_TRUE(layer->FlipHorizontal());
 }
 
 TEST(Pyramid, ReinterpretAndPowerOfTwoStopAtTheFirstFailure) {

@@ -1,5 +1,5 @@
-// ETC1, ETC2 and EAC blocks, decoded as the Khronos Data Format
-// Specification defines them.
+// ETC1, ETC2 and EAC blocks, decoded by the public Khronos definitions of
+// these formats.
 //
 // ETC1 data decodes through the ETC2 colour decoder: ETC2 is a superset, and
 // the differential blocks whose base colour leaves the 5-bit range (which
@@ -191,7 +191,7 @@ void DecodeAlphaBlock(const std::uint8_t* block, std::uint8_t* out, std::size_t 
 
 // One 11-bit EAC channel into 16-bit values (stored at out[p], p = x * 4 + y).
 // Multiplier 0 adds the modifier itself, unscaled. The widening to 16 bits is
-// the bit replication the Khronos Data Format Specification gives for reading
+// the bit replication the public Khronos definition gives for reading
 // as 16-bit: the extremes map to 65535 and +-32767, and signed values widen
 // by their magnitude so the range stays symmetric.
 template <bool Signed>

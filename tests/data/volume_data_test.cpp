@@ -29,56 +29,49 @@ std::shared_ptr<SurfaceData> R8Bitmap(ull w, ull h, ull align, int first) {
   return s;
 }
 
-// The built-in flip engine, except that in-place call number fail_at is refused.
+// The built-in flip engine, except that the second in-place call is refused.
 struct FailingFlip : FlipEngine {
-  int calls = 0, fail_at = 0;
+  int calls = 0;
   FlipEngine* base = DefaultFlipEngine();
   bool FlipVertical(const SurfaceData* s, SurfaceData* d) override { return base->FlipVertical(s, d); }
-  bool FlipVertical(SurfaceData* d) override { return ++calls != fail_at && base->FlipVertical(d); }
+  bool FlipVertical(SurfaceData* d) override { return ++calls != 2 && base->FlipVertical(d); }
   bool FlipHorizontal(const SurfaceData* s, SurfaceData* d) override { return base->FlipHorizontal(s, d); }
-  bool FlipHorizontal(SurfaceData* d) override { return ++calls != fail_at && base->FlipHorizontal(d); }
+  bool FlipHorizontal(SurfaceData* d) override { return ++calls != 2 && base->FlipHorizontal(d); }
   ~FailingFlip() override { SetFlipEngine(nullptr); }
 };
 
 TEST(VolumeData, CreateFromBufferGeometry) {
-  struct Case {
-    PixelFormatDescriptor f;
-    ull w, h, d, align, bpr, bps, size;
-  };
-  const Case cases[] = {
-      {formats::A8R8G8B8, 4, 4, 3, 0, 16, 64, 192},
-      {formats::R8, 3, 2, 2, 2, 4, 8, 16},
+  // format, width, height, depth, alignment, bytes per row, per slice, in all
+  const std::tuple<PixelFormatDescriptor, ull, ull, ull, ull, ull, ull, ull> cases[] = {
+      {formats::A8R8G8B8, 4, 4, 3, 0, 16, 64, 192}, {formats::R8, 3, 2, 2, 2, 4, 8, 16},
       {formats::R8, 3, 2, 2, 0, 3, 6, 12},
       {formats::DXT1, 5, 5, 2, 2, 0, 32, 64},  // 2 x 2 blocks of 8 bytes per slice, no row alignment
       {kASTC3x3x3, 6, 3, 3, 0, 0, 0, 32},      // two 3 x 3 x 3 blocks of 16 bytes, no slices
   };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(ToString(c.f) + " align " + std::to_string(c.align));
+  for (const auto& [f, w, h, d, align, bpr, bps, size] : cases) {
+    SCOPED_TRACE(ToString(f) + " align " + std::to_string(align));
     const ull start = 8;
-    auto buf = Counting(start + c.size);
-    const auto v = VolumeData::Create(buf, start, c.f, c.w, c.h, c.d, c.align);
+    auto buf = Counting(start + size);
+    const auto v = VolumeData::Create(buf, start, f, w, h, d, align);
     ASSERT_TRUE(v);
-    EXPECT_EQ(std::make_tuple(v->BytesPerRow(), v->BytesPerSlice(), v->Size(), v->Depth()),
-              std::make_tuple(c.bpr, c.bps, c.size, c.d));
-    EXPECT_EQ(v->IsSliceable(), c.bps != 0);
-    EXPECT_EQ(v->Buffer(), buf.get() + start);
-    EXPECT_EQ(v->SharedBuffer(), buf);
+    EXPECT_EQ(std::make_tuple(v->BytesPerRow(), v->BytesPerSlice(), v->Size(), v->Depth(), v->IsSliceable()),
+              std::make_tuple(bpr, bps, size, d, bps != 0));
+    EXPECT_EQ(std::make_pair(v->Buffer(), v->SharedBuffer()), std::make_pair(buf.get() + start, buf));
     const VolumeData copy(*v);  // shares the buffer and the very slice objects
-    for (ull i = 0; i < c.d && c.bps; ++i) {
+    for (ull i = 0; i < d && bps; ++i) {
       const auto s = v->GetSlice(i);
       ASSERT_TRUE(s);
       EXPECT_EQ(copy.GetSlice(i), s);
-      EXPECT_EQ(s->SharedBuffer(), buf);
-      EXPECT_EQ(std::make_tuple(s->Start(), s->Size(), s->Width(), s->Height(), s->Format()),
-                std::make_tuple(start + i * c.bps, c.bps, c.w, c.h, c.f));
+      EXPECT_EQ(std::make_tuple(s->SharedBuffer(), s->Start(), s->Size(), s->Width(), s->Height(), s->Format()),
+                std::make_tuple(buf, start + i * bps, bps, w, h, f));
       s->Buffer()[1] = 'x';  // a write through the view is a write to the volume
-      EXPECT_EQ(v->Buffer()[i * c.bps + 1], 'x');
+      EXPECT_EQ(v->Buffer()[i * bps + 1], 'x');
     }
-    EXPECT_EQ(v->GetSlice(c.bps ? c.d : 0), SurfaceDataSharedMemory::Null);
-    if (c.bps) continue;
+    EXPECT_EQ(v->GetSlice(bps ? d : 0), SurfaceDataSharedMemory::Null);
+    if (bps) continue;
     EXPECT_FALSE(v->FlipHorizontal() || v->FlipVertical() || v->FlipDepthical());
     EXPECT_FALSE(v->ConvertCopy(formats::A8R8G8B8) || v->RotateCopy(0));
-    EXPECT_EQ(std::string(buf.get(), start + c.size), std::string(Counting(start + c.size).get(), start + c.size));
+    EXPECT_EQ(std::string(buf.get(), start + size), std::string(Counting(start + size).get(), start + size));
   }
 }
 
@@ -147,7 +140,6 @@ TEST(VolumeData, PlaneFlipsGoSliceBySlice) {
   // The first refusal stops the loop; slices before it stay flipped.
   const std::string s0 = SliceBytes(*v, 0), s1 = SliceBytes(*v, 1), s2 = SliceBytes(*v, 2);
   FailingFlip engine;
-  engine.fail_at = 2;
   SetFlipEngine(&engine);
   EXPECT_FALSE(v->FlipHorizontal());
   EXPECT_EQ(engine.calls, 2);

@@ -44,8 +44,7 @@ TEST(ByteReader, FieldsInBothByteOrders) {
   EXPECT_EQ(std::make_tuple(le24, be24), std::make_tuple(0x080706u, 0x090A0Bu));
   EXPECT_EQ(std::make_tuple(le32, be32), std::make_tuple(0x0F0E0D0Cu, 0x10111213u));
   EXPECT_EQ(std::make_tuple(le64, be64), std::make_tuple(0x1B1A191817161514ull, 0x1C1D1E1F20212223ull));
-  EXPECT_EQ(in.Position(), 35u);
-  EXPECT_EQ(in.Remaining(), 8u);
+  EXPECT_EQ(std::make_tuple(in.Position(), in.Remaining()), std::make_tuple(size_t{35}, size_t{8}));
 }
 
 TEST(ByteReader, FailuresAreStickyAndInventNothing) {
@@ -165,9 +164,9 @@ TEST(LevelViews, ViewsOnlyWhatTheBufferHolds) {
   EXPECT_EQ(detail::CountThatFits(0xFFFFFFFF, 16, 100), 6u);
   EXPECT_EQ(detail::CountThatFits(3, 16, 100), 3u);
   EXPECT_EQ(detail::CountThatFits(7, 0, 5), 5u) << "an element takes at least one byte";
-  EXPECT_EQ(detail::LevelExtent({1000, 3, 9}, 2).width, 250u);
-  EXPECT_EQ(detail::LevelExtent({1000, 3, 9}, 2).height, 1u);
-  EXPECT_EQ(detail::LevelExtent({1000, 3, 9}, 200).width, 1u);
+  const detail::Extent half = detail::LevelExtent({1000, 3, 9}, 2);
+  EXPECT_EQ(std::make_tuple(half.width, half.height, detail::LevelExtent({1000, 3, 9}, 200).width),
+            std::make_tuple(250ull, 1ull, 1ull));
 }
 
 TEST(EntryGuard, EveryThrowBecomesTheFailureResult) {
@@ -198,8 +197,8 @@ TEST(EntryGuard, EveryThrowBecomesTheFailureResult) {
   EXPECT_EQ(detail::Guarded(silent, -1, []() -> int { throw std::bad_alloc(); }), -1);
 }
 
+// The limit of the moment is followed at the plugins (see the PNG reader's test).
 TEST(DecodeLimit, RefusesBeforeAllocatingWithOneLine) {
-  ASSERT_EQ(MaxDecodePixels(), kDefaultMaxDecodePixels);
   struct Case {
     ull width, height, depth;
     const char* line;  // nullptr: within the limit
@@ -222,14 +221,6 @@ TEST(DecodeLimit, RefusesBeforeAllocatingWithOneLine) {
       EXPECT_EQ(log.lines[0].text.rfind(c.line, 0), 0u) << log.lines[0].text;
     }
   }
-  SetMaxDecodePixels(100);
-  EXPECT_EQ(MaxDecodePixels(), 100u);
-  {
-    LogCapture log;
-    EXPECT_TRUE(detail::WithinDecodeLimit("GIF", 10, 10));
-    EXPECT_FALSE(detail::WithinDecodeLimit("GIF", 11, 10));
-  }
-  SetMaxDecodePixels(kDefaultMaxDecodePixels);
 }
 
 }  // namespace

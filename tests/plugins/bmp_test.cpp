@@ -33,26 +33,19 @@ std::string Pixels(const std::vector<std::string>& palette, const std::string& i
   return out;
 }
 
-std::vector<std::string> Greys() {
-  std::vector<std::string> p;
-  for (int i = 0; i < 16; ++i) p.push_back(std::string(3, static_cast<char>(i)));
-  return p;
-}
-
-struct ReadCase {
-  const char* name;
-  BMPLayout layout;
-  PixelFormatDescriptor format;
-  std::string pixels;  // top row first, rows without padding
-};
-
 TEST(BMPRead, FormatAndPixelsOfEveryLayout) {
-  const std::string rgb24 = "\x11\x12\x13\x14\x15\x16\x01\x02\x03\x04\x05\x06";
-  const ReadCase cases[] = {
-      {"24-bit bottom-up", {40, 2, 2, 24, 0, 0, {}, {}, BMPBytes(std::string("\1\2\3\4\5\6\0\0\x11\x12\x13\x14\x15\x16\0\0", 16))},
-       formats::R8G8B8, rgb24},
-      {"24-bit top-down", {40, 2, -2, 24, 0, 0, {}, {}, BMPBytes(std::string("\x11\x12\x13\x14\x15\x16\0\0\1\2\3\4\5\6\0\0", 16))},
-       formats::R8G8B8, rgb24},
+  const std::string top = "\x11\x12\x13\x14\x15\x16", bottom = "\1\2\3\4\5\6", pad(2, '\0');
+  std::vector<std::string> greys;
+  for (int i = 0; i < 16; ++i) greys.push_back(std::string(3, static_cast<char>(i)));
+  const struct {
+    const char* name;
+    BMPLayout layout;
+    PixelFormatDescriptor format;
+    std::string pixels;  // top row first, rows without padding
+  } cases[] = {
+      // clang-format off
+      {"24-bit bottom-up", {40, 2, 2, 24, 0, 0, {}, {}, BMPBytes(bottom + pad + top + pad)}, formats::R8G8B8, top + bottom},
+      {"24-bit top-down", {40, 2, -2, 24, 0, 0, {}, {}, BMPBytes(top + pad + bottom + pad)}, formats::R8G8B8, top + bottom},
       {"32-bit, fourth bytes 0", {40, 1, 2, 32, 0, 0, {}, {}, BMPWords({0x030201, 0x060504})}, formats::X8R8G8B8,
        std::string("\4\5\6\0\1\2\3\0", 8)},
       {"32-bit, one alpha", {40, 1, 2, 32, 0, 0, {}, {}, BMPWords({0x030201, 0x07060504})}, formats::A8R8G8B8,
@@ -68,14 +61,16 @@ TEST(BMPRead, FormatAndPixelsOfEveryLayout) {
       {"16-bit, no masks", {40, 1, 1, 16, 0, 0, {}, {}, BMPWords({0x1234})}, formats::A1R5G5B5, "\x34\x12"},
       {"OS/2 core, 1-bit", testing::BMPCoreLayout(), formats::R8G8B8,
        Pixels({"\x10\x20\x30", "\x40\x50\x60"}, "010110100101001011")},
-      {"OS/2 2.x, 5-byte entries", testing::BMPOddEntriesLayout(), formats::R8G8B8, Pixels({"\1\2\3", "\6\7\x08"}, "010101")},
+      {"OS/2 2.x, 5-byte entries", testing::BMPOddEntriesLayout(), formats::R8G8B8,
+       Pixels({"\1\2\3", "\6\7\x08"}, "010101")},
       {"RLE8", testing::BMPRle8Layout(), formats::A8R8G8B8,
        Pixels({std::string("\0\0\0\xff", 4), std::string("\xff\0\0\xff", 4), std::string("\0\xff\0\xff", 4),
                std::string("\0\0\xff\xff", 4)},
               "333333022000000000111231")},
-      {"RLE4", testing::BMPRle4Layout(), formats::R8G8B8, Pixels(Greys(), "000aba000000001212134")},
+      {"RLE4", testing::BMPRle4Layout(), formats::R8G8B8, Pixels(greys, "000aba000000001212134")},
+      // clang-format on
   };
-  for (const ReadCase& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     Bytes file = BMPFile(c.layout);
     for (char second : {'M', 'A'}) {  // "BA" files read as plain bitmaps
@@ -141,9 +136,7 @@ TEST(BMPWrite, HeadersChannelOrderAndReadBack) {
     EXPECT_EQ(std::make_tuple(testing::Get32(file, 10), testing::Get16(file, 28), testing::Get32(file, 30)),
               std::make_tuple(offset, 8 * c.in.size(), c.masks.empty() ? 0u : 3u));
     EXPECT_EQ(Bytes(file.begin() + 54, file.begin() + static_cast<long>(offset)), c.masks);
-    EXPECT_EQ(std::string(file.data() + offset, 2 * c.out.size()), c.out + c.out);
-    EXPECT_EQ(std::string(file.data() + offset + 2 * c.out.size(), row - 2 * c.out.size()),
-              std::string(row - 2 * c.out.size(), '\0'));
+    EXPECT_EQ(std::string(file.data() + offset, row), (c.out + c.out).append(row - 2 * c.out.size(), '\0'));
     EXPECT_EQ(Write(*s, ISF_BMP_SAVE_RLE), file);
     EXPECT_EQ(testing::Decode(file)->GetPyramid(false)->GetSurface(0)->Data()->Format(), c.read_as);
   }
@@ -153,7 +146,9 @@ TEST(BMPWrite, SwappedTwinsGiveOneFileAndOtherFormatsAreRefused) {
   const auto rgb = testing::Filled(5, 3, formats::R8G8B8, 9)->Data();
   auto bgr = SurfaceDataBitmap::Create(5, 3, formats::B8G8R8, 2);
   for (unsigned long long y = 0; y < 3; ++y) {
-    for (unsigned long long i = y * 16; i < y * 16 + 15; ++i) bgr->Buffer()[i] = rgb->Buffer()[i + 2 - 2 * (i % 16 % 3)];
+    for (unsigned long long i = y * 16; i < y * 16 + 15; ++i) {
+      bgr->Buffer()[i] = rgb->Buffer()[i + 2 - 2 * (i % 16 % 3)];
+    }
   }
   EXPECT_EQ(Write(*bgr), Write(*rgb));
   EXPECT_TRUE(testing::RoundTrips(*Pyramid::Make(testing::Filled(7, 5, formats::R8G8B8, 3), ImageOrigin::TopDown),

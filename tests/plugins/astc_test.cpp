@@ -91,7 +91,7 @@ TEST(ASTCRead, BlockShapesAndBounds) {
   EXPECT_TRUE(log.lines.empty()) << log.All();
 }
 
-TEST(ASTCWrite, HeaderBlocksAndRefusals) {
+TEST(ASTCWrite, HeaderBlocksLevelZeroAndRefusals) {
   // An sRGB surface writes the plain header; reading gives the plain format.
   const auto srgb = testing::Filled(37, 21, Named("s_ASTC_RGBA_4x4"), 3);
   size_t size = 0;
@@ -117,11 +117,9 @@ TEST(ASTCWrite, HeaderBlocksAndRefusals) {
   EXPECT_EQ(log.Texts(), (std::vector<std::string>{
                              "[ImageASTCPlugin::Serialize] Not support pfd DXT1!",
                              "[ImageASTCPlugin::Serialize] Size 16777216 x 4 x 1 does not fit an astc header!"}));
-}
 
-TEST(ASTCWrite, LevelZeroSurfaceZeroOnly) {
-  // Level 0 of a chain; the first slice of a volume of 2-D blocks, one deep;
-  // a volume of 3-D blocks has no slice to write.
+  // Only level 0, surface 0 goes: level 0 of a chain; the first slice of a
+  // volume of 2-D blocks, one deep; a volume of 3-D blocks has no slice to write.
   EXPECT_EQ(Encode(*testing::Chain(MipmapType::Surface, 8, 8, 1, Named("ASTC_RGBA_4x4"), 3), kASTC).size(), 16u + 64);
   const Bytes volume = ASTCFile(4, 4, 1, 8, 8, 6, 384);
   Bytes first_slice(volume.begin(), volume.begin() + 16 + 64);

@@ -36,7 +36,7 @@ Bytes Write(const char* format, unsigned long long width, unsigned long long hei
                          container);
 }
 
-TEST(PKMWrite, HeaderOfAnETC1SurfaceAndItsPKMATwin) {
+TEST(PKMWrite, HeaderOfAnETC1SurfaceItsPKMATwinAndRefusals) {
   const Bytes pkm = Write("ETC1", 30, 17, ImageFormat::PKM), pkma = Write("ETC1", 30, 17, ImageFormat::PKMA);
   ASSERT_EQ(pkm.size(), 16u + 8 * 5 * 8);
   EXPECT_EQ(std::string(pkm.data(), 6), std::string("PKM 10", 6));
@@ -44,9 +44,7 @@ TEST(PKMWrite, HeaderOfAnETC1SurfaceAndItsPKMATwin) {
             std::make_tuple(0u, 32u, 20u, 30u, 17u));
   EXPECT_EQ(std::string(pkma.data(), 4), "PKMA");
   EXPECT_TRUE(std::equal(pkm.begin() + 4, pkm.end(), pkma.begin() + 4, pkma.end()));
-}
 
-TEST(PKMWrite, RefusedFormats) {
   LogCapture log;
   EXPECT_TRUE(Write("A8R8G8B8", 4, 4, ImageFormat::PKM).empty());
   EXPECT_TRUE(log.lines.empty()) << "uncompressed formats are refused quietly";

@@ -1,5 +1,5 @@
-// The four mip level kinds: counts and types, layers as views of one volume,
-// pointer-sharing copies, lifetimes, and the per-kind in-place operations.
+// The four mip level kinds: element counts, layers as views of one volume,
+// lifetimes, and the per-kind in-place operations.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -46,8 +46,6 @@ TEST(Surface, IsItsOwnOnlyElement) {
   const auto s = CountingSurface(4, 2);
   EXPECT_EQ(s->GetSurface(0), s);
   EXPECT_EQ(s->GetSurface(1), Surface::Null);
-  EXPECT_EQ(std::make_tuple(s->GetSurfaceCount(), s->Depth(), s->ArrayLength(), s->Type()),
-            std::make_tuple(1ull, 1ull, 1ull, MipmapType::Surface));
   EXPECT_FALSE(s->IsArray() || s->FlipDepthical());
   EXPECT_EQ(Surface(*s).Data(), s->Data()) << "copies share the data";
   Surface bad(4, 4, PixelFormatDescriptor{0x22F00}, 2);
@@ -56,41 +54,31 @@ TEST(Surface, IsItsOwnOnlyElement) {
 
 TEST(Surface, InPlaceOperationsReplaceTheData) {
   enum Op { kDowngrade, kPowerOfTwo, kConvert, kConvertToBlocks };
-  struct Case {
-    ull w, h;
-    PixelFormatDescriptor f;
-    Op op;
-    bool ok, replaced;
-    ull nw, nh;
-  };
-  const Case cases[] = {
-      {1, 1, formats::R8, kDowngrade, false, false, 1, 1},
-      {1, 8, formats::R8, kDowngrade, true, true, 1, 4},
-      {7, 3, formats::R8, kDowngrade, true, true, 3, 1},
-      {5, 1, formats::R8, kDowngrade, true, true, 2, 1},
+  // size, format, operation, its result, data replaced?, new size
+  const std::tuple<ull, ull, PixelFormatDescriptor, Op, bool, bool, ull, ull> cases[] = {
+      {1, 1, formats::R8, kDowngrade, false, false, 1, 1}, {1, 8, formats::R8, kDowngrade, true, true, 1, 4},
+      {7, 3, formats::R8, kDowngrade, true, true, 3, 1},   {5, 1, formats::R8, kDowngrade, true, true, 2, 1},
       {8, 8, formats::DXT1, kDowngrade, true, false, 8, 8},  // the rescale refuses: still true, data kept
-      {64, 32, formats::R8, kPowerOfTwo, false, false, 64, 32},
-      {60, 30, formats::R8, kPowerOfTwo, true, true, 64, 32},
-      {2, 2, formats::R8, kConvert, true, true, 2, 2},
-      {2, 2, formats::R8, kConvertToBlocks, false, false, 2, 2},
+      {64, 32, formats::R8, kPowerOfTwo, false, false, 64, 32}, {60, 30, formats::R8, kPowerOfTwo, true, true, 64, 32},
+      {2, 2, formats::R8, kConvert, true, true, 2, 2},     {2, 2, formats::R8, kConvertToBlocks, false, false, 2, 2},
   };
   LogCapture quiet;
-  for (const Case& c : cases) {
-    SCOPED_TRACE(std::to_string(c.w) + "x" + std::to_string(c.h) + " op " + std::to_string(c.op));
-    const auto s = CountingSurface(c.w, c.h, c.f);
+  for (const auto& [w, h, f, op, ok, replaced, nw, nh] : cases) {
+    SCOPED_TRACE(::testing::Message() << w << "x" << h << " op " << op);
+    const auto s = CountingSurface(w, h, f);
     const auto data = s->Data();
-    if (c.op == kDowngrade) {
+    if (op == kDowngrade) {
       const auto copy = s->DowngradeCopy(kBox);
-      ASSERT_EQ(static_cast<bool>(copy), c.replaced);
-      EXPECT_TRUE(!copy || Dims(copy) == std::make_pair(c.nw, c.nh));
+      ASSERT_EQ(static_cast<bool>(copy), replaced);
+      EXPECT_TRUE(!copy || Dims(copy) == std::make_pair(nw, nh));
       EXPECT_EQ(s->Data(), data) << "the copy leaves the source";
     }
-    const bool ok = c.op == kDowngrade    ? s->Downgrade(kBox)
-                    : c.op == kPowerOfTwo ? s->MakeSizePowerOfTwo(kBox)
-                                          : s->Convert(c.op == kConvert ? formats::A8R8G8B8 : formats::DXT1);
-    EXPECT_EQ(ok, c.ok);
-    EXPECT_EQ(s->Data() != data, c.replaced);
-    EXPECT_EQ(Dims(s), std::make_pair(c.nw, c.nh));
+    EXPECT_EQ(op == kDowngrade    ? s->Downgrade(kBox)
+              : op == kPowerOfTwo ? s->MakeSizePowerOfTwo(kBox)
+                                  : s->Convert(op == kConvert ? formats::A8R8G8B8 : formats::DXT1),
+              ok);
+    EXPECT_EQ(s->Data() != data, replaced);
+    EXPECT_EQ(Dims(s), std::make_pair(nw, nh));
   }
 }
 
@@ -99,9 +87,6 @@ TEST(SurfaceArray, LayersAreViewsOfTheVolume) {
   const auto arr = std::make_shared<SurfaceArray>(vol);
   EXPECT_EQ(std::make_tuple(arr->ArrayLength(), arr->GetSurfaceCount(), arr->Depth(), arr->Width(), arr->Height()),
             std::make_tuple(4ull, 4ull, 1ull, 4ull, 2ull));
-  EXPECT_TRUE(arr->IsArray());
-  EXPECT_EQ(arr->Type(), MipmapType::SurfaceArray);
-  EXPECT_EQ(arr->Format(), formats::R8);
   const auto layer = arr->GetSurface(2);
   EXPECT_EQ(layer->Data(), vol->GetSlice(2));
   EXPECT_EQ(layer->Buffer(), vol->Buffer() + 2 * 8);
@@ -111,9 +96,6 @@ TEST(SurfaceArray, LayersAreViewsOfTheVolume) {
   // Depth flips swap the bytes under layers that stay in place.
   ASSERT_TRUE(arr->FlipDepthical());
   EXPECT_EQ(arr->GetSurface(0)->Buffer()[0], 25);
-  const SurfaceArray copy(*arr);
-  EXPECT_EQ(copy.Data(), vol);
-  for (ull i = 0; i < 4; ++i) EXPECT_EQ(copy.At(i), arr->GetSurface(i));
 }
 
 TEST(SurfaceArray, NeedsSliceableVolumeData) {
@@ -210,14 +192,12 @@ TEST(MipmapKinds, Reinterpret) {
 TEST(Volume, SlicesWithoutSmallerLevels) {
   const auto data = MakeVolume(8, 8, 4);
   const auto v = std::make_shared<Volume>(data);
-  EXPECT_EQ(std::make_tuple(v->Depth(), v->ArrayLength(), v->GetSurfaceCount(), v->IsArray(), v->Type()),
-            std::make_tuple(4ull, 1ull, 4ull, false, MipmapType::Volume));
+  EXPECT_EQ(std::make_tuple(v->Depth(), v->GetSurfaceCount(), v->IsArray()), std::make_tuple(4ull, 4ull, false));
   EXPECT_EQ(v->GetSurface(4), Surface::Null);
   EXPECT_EQ(v->GetSurface(3)->Data(), data->GetSlice(3));
   const std::string last(data->Buffer() + 192, 64);
   ASSERT_TRUE(v->FlipDepthical());
   EXPECT_EQ(std::string(v->GetSurface(0)->Buffer(), 64), last);
-  EXPECT_EQ(Volume(*v).GetSurface(2), v->GetSurface(2));
   for (const auto& m :
        {v, std::make_shared<Volume>(MakeVolume(1, 1, 1)), std::make_shared<Volume>(MakeVolume(3, 3, 3))})
     EXPECT_FALSE(m->Downgrade(kBox) || m->DowngradeCopy(kBox) || m->MakeSizePowerOfTwo(kBox));
@@ -232,9 +212,7 @@ TEST(Cube, CreateNeedsSixFaces) {
     EXPECT_EQ(c->GetFace(static_cast<CubeFace>(i)), f[i]);
     EXPECT_EQ(c->GetSurface(i), f[i]);
   }
-  EXPECT_EQ(std::make_tuple(c->GetSurfaceCount(), c->IsArray(), c->Type(), c->Depth(), c->ArrayLength()),
-            std::make_tuple(6ull, false, MipmapType::Cube, 1ull, 1ull));
-  EXPECT_EQ(Cube(*c).GetFace(CubeFace::NegativeZ), f[5]);
+  EXPECT_EQ(c->GetSurface(6), Surface::Null);
   LogCapture log;
   for (int i = 0; i < 6; ++i) {
     Faces g = f;

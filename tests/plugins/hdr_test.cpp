@@ -22,12 +22,7 @@ namespace {
 
 using testing::Bytes;
 using testing::HDRFile;
-
-// A literal with its embedded zeros.
-template <size_t N>
-std::string Str(const char (&s)[N]) {
-  return std::string(s, N - 1);
-}
+using namespace std::string_literals;  // "..."s keeps embedded zeros
 
 std::string Flat(int pixels, const std::string& rgbe) {
   std::string s;
@@ -72,7 +67,7 @@ TEST(HDR, HeadersAndScanlines) {
       {rgbe + "EXPOSURE=0\n", "-Y 1 +X 8", ones, 1.0f, nullptr},
       {rgbe + "EXPOSURE=2\nEXPOSURE=4\nGAMMA=1\n", "-Y 1 +X 8", ones, 0.25f, nullptr},
       {rgbe, "-Y 2 +X 8", rle + rle, 1.0f, nullptr},
-      {rgbe, "-Y 1 +X 8", Str("\x02\x02\x00\x09") + Flat(7, one), 0, nullptr},  // another width: a flat pixel
+      {rgbe, "-Y 1 +X 8", "\x02\x02\x00\x09"s + Flat(7, one), 0, nullptr},  // another width: a flat pixel
       {"#?RADIANCE\n\n", "-Y 1 +X 8", ones, 0, "Unsupported hdr image format 32-bit_rle_xyze"},
       {"#?RADIANCE\nFORMAT=32-bit_rle_xyze\n", "-Y 1 +X 8", ones, 0, "Unsupported hdr image format"},
       {"#?RADIANCE\nFORMAT=32-bit_rle_rgbe\r\n", "-Y 1 +X 8", ones, 0, "Unsupported hdr image format"},
@@ -80,7 +75,7 @@ TEST(HDR, HeadersAndScanlines) {
       {rgbe, "-Y 1 +X", ones, 0, "Invalid Image size"},
       {rgbe, "-Y 1 +X 0", "", 0, "Invalid Image size"},
       {rgbe, "Y 1 X 8", ones, 0, "Invalid Image size"},
-      {rgbe, "-Y 1 +X 8", testing::HDRRleRow(8, Str("\0\x88\x80\x88\x80\x88\x80\x88\x81")), 0, "rle scanline error"},
+      {rgbe, "-Y 1 +X 8", testing::HDRRleRow(8, "\0\x88\x80\x88\x80\x88\x80\x88\x81"s), 0, "rle scanline error"},
       {rgbe, "-Y 1 +X 8", testing::HDRRleRow(8, "\x89\x80\x88\x80\x88\x80\x88\x81"), 0, "rle scanline error"},
       {rgbe, "-Y 1 +X 8", testing::HDRRleRow(8, "\x09" + Flat(9, "\x80")), 0, "rle scanline error"},
       {rgbe, "-Y 2 +X 8", Flat(15, one), 0, "unexpected end of data"},
@@ -145,18 +140,17 @@ TEST(HDR, RunLengthPlanesAreExact) {
   }
   const Bytes file = testing::WriteHDR(*testing::RgbSurface(12, 1, rgb), ISF_HDR_RLE);
   const std::string header = "#?RADIANCE\nPRIMARIES=0 0 0 0 0 0 0 0\nFORMAT=32-bit_rle_rgbe\n\n-Y 1 +X 12\n";
-  const std::string row =
-      testing::HDRRleRow(12, Str("\x03\x81\x81\x82\x85\x83\x04\x84\x85\x85\x86\x8c\x00\x8c\x00\x8c\x80"));
-  EXPECT_EQ(std::string(file.begin(), file.end()), header + row);
+  EXPECT_EQ(std::string(file.begin(), file.end()),
+            header + testing::HDRRleRow(12, "\x03\x81\x81\x82\x85\x83\x04\x84\x85\x85\x86\x8c\x00\x8c\x00\x8c\x80"s));
 
   std::vector<float> runs;  // a short run then a long one, and a run longer than a packet
   for (int i = 0; i < 300; ++i) runs.insert(runs.end(), {i < 3 ? 0.75f : 0.5f, i < 200 ? 1.0f : 2.0f, 0.0f});
   const Bytes rle = testing::WriteHDR(*testing::RgbSurface(300, 1, runs), ISF_HDR_RLE);
   const std::string planes =
-      Str("\x83\x60\xff\x40\xc6\x40\xe4\x20"
-          "\xff\x80\xff\x80\xae\x80"
-          "\xff\x00\xff\x00\xae\x00"
-          "\xff\x81\xc9\x81\xe4\x82");
+      "\x83\x60\xff\x40\xc6\x40\xe4\x20"
+      "\xff\x80\xff\x80\xae\x80"
+      "\xff\x00\xff\x00\xae\x00"
+      "\xff\x81\xc9\x81\xe4\x82"s;
   EXPECT_EQ(std::string(rle.end() - 30, rle.end()), testing::HDRRleRow(300, planes));
 }
 

@@ -101,8 +101,6 @@ std::vector<Bytes> PKMSeeds(ImageFormat format) {
           Encode(*Chain(MipmapType::Surface, 8, 8, 1, Named("s_ETC2_RGBA8"), 1), format),
           Encode(*Chain(MipmapType::Surface, 5, 3, 1, Named("EAC_SIGNED_RG11"), 1), format)};
 }
-std::vector<Bytes> PKMSeeds() { return PKMSeeds(ImageFormat::PKM); }
-std::vector<Bytes> PKMASeeds() { return PKMSeeds(ImageFormat::PKMA); }
 
 // Key/value data (orientation, both alpha planes, a key nobody reads) is put
 // in by hand, as the writer stores none.
@@ -178,9 +176,9 @@ const Container kContainers[] = {
     {"PNG", ImageFormat::PNG, PNGSeeds, 96, true, AlwaysRefused},
     {"DDS", ImageFormat::DDS, DDSSeeds, 148, false, DDSTruncated},
     {"KTX", ImageFormat::KTX, KTXSeeds, 160, false, KTXTruncated},
-    {"PKM", ImageFormat::PKM, PKMSeeds, 16, true, AlwaysRefused},
+    {"PKM", ImageFormat::PKM, [] { return PKMSeeds(ImageFormat::PKM); }, 16, true, AlwaysRefused},
     {"PVR", ImageFormat::PVR, PVRSeeds, 68, false, AlwaysRefused},
-    {"PKMA", ImageFormat::PKMA, PKMASeeds, 16, true, AlwaysRefused},
+    {"PKMA", ImageFormat::PKMA, [] { return PKMSeeds(ImageFormat::PKMA); }, 16, true, AlwaysRefused},
     {"ASTC", ImageFormat::ASTC, ASTCSeeds, 16, false, AlwaysRefused},
     {"TGA", ImageFormat::TGA, testing::TGAHostileSeeds, 18, false, PartialPicture},
     {"BMP", ImageFormat::BMP, testing::BMPHostileSeeds, 54, false, PartialPicture},

@@ -86,10 +86,9 @@ TEST(ConverterManager, ChainsTakeTheFewestStepsInBreadthFirstOrderAndLogEachStep
     ASSERT_EQ(seq->Steps().size(), c.steps.size());
     PixelFormatDescriptor at = c.from;
     for (size_t i = 0; i < c.steps.size(); ++i) {
-      EXPECT_EQ(log.lines[i].text, "Convert From " + c.steps[i]);
-      EXPECT_EQ(log.lines[i].channel, 7u);
-      EXPECT_EQ(log.lines[i].severity, log::Severity::Message);
-      EXPECT_EQ(log.lines[i].level, -10);
+      const auto& line = log.lines[i];
+      EXPECT_EQ(std::make_tuple(line.text, line.channel, line.severity, line.level),
+                std::make_tuple("Convert From " + c.steps[i], 7u, log::Severity::Message, -10));
       // Steps share the registered converters, which either overload hands out.
       const auto& step = seq->Steps()[i];
       EXPECT_EQ(step.converter.get(), Manager().GetConverter(at, step.produces).get());
@@ -119,10 +118,8 @@ TEST(ConverterManager, NoConverterAndNoPathGiveNullSilently) {
   };
   for (const auto& p : none) {
     EXPECT_EQ(Manager().GetConverter(p), Converter::Null) << ToString(p.first) << " to " << ToString(p.second);
-    auto src = SurfaceDataBitmap::Create(2, 2, p.first, 2);
-    if (src) {
-      EXPECT_EQ(src->ConvertCopy(p.second), SurfaceData::Null);
-    }
+    const auto src = SurfaceDataBitmap::Create(2, 2, p.first, 2);
+    EXPECT_TRUE(!src || !src->ConvertCopy(p.second));
   }
   EXPECT_TRUE(log.lines.empty());
 }
@@ -178,13 +175,9 @@ TEST(ConverterManager, ConvertCopyWithAConverterPointer) {
   LogCapture log;
   for (const auto& out : {src->ConvertCopy(chain.get()), src->ConvertCopy(kL8)}) {
     ASSERT_TRUE(out);
-    EXPECT_EQ(out->Format(), kL8);
-    EXPECT_EQ(out->Width(), 3u);
-    EXPECT_EQ(out->BytesPerRow(), 4u);
+    EXPECT_EQ(std::make_tuple(out->Format(), out->Width(), out->BytesPerRow()), std::make_tuple(kL8, 3ull, 4ull));
     const auto* p = reinterpret_cast<const std::uint8_t*>(out->Buffer());
-    EXPECT_EQ(p[0], 255);
-    EXPECT_EQ(p[1], 0);
-    EXPECT_EQ(p[2], 149);  // (587 * 255) / 1000
+    EXPECT_EQ(std::vector<int>(p, p + 3), (std::vector<int>{255, 0, 149}));  // (587 * 255) / 1000
   }
   EXPECT_EQ(log.lines.size(), 2u);  // only ConvertCopy(kL8) searched again
 }

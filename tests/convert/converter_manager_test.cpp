@@ -24,12 +24,8 @@ using ull = unsigned long long;
 using testing::D;
 using testing::LogCapture;
 
-const PixelFormatDescriptor kA1 = D(0x4500), kA2 = D(0x8500), kA4 = D(0x10500), kR8 = D(0x20200),
-                            kA8 = D(0x20500), kL8 = D(0x21000), kR16f = D(0x240200), kR5G6B5 = D(0x144060C14200),
-                            kB8G8R8 = D(0x202080C20400), kR8G8B8 = D(0x204080C20200),
-                            kA8B8G8R8 = D(0x808203081020500), kA8R8G8B8 = D(0x810203080820500),
-                            kSA8B8G8R8 = D(0x808203081020502), kSR8G8B8A8 = D(0x814204080C20202),
-                            kDXT1 = D(0x101);
+using namespace formats;
+
 // Made-up formats (kinds no built-in conversion uses); each test owns its own,
 // since registrations change the process-wide manager.
 const PixelFormatDescriptor kY4 = D(0x10D00), kY8 = D(0x20D00), kY16 = D(0x40D00), kM8 = D(0x20C00),
@@ -66,13 +62,13 @@ TEST(ConverterManager, ChainsTakeTheFewestStepsInBreadthFirstOrderAndLogEachStep
     std::vector<std::string> steps;
   };
   const Chain chains[] = {
-      {kR5G6B5, kL8, {"R5G6B5 To R8G8B8", "R8G8B8 To L8"}},
-      {kA8R8G8B8, kSA8B8G8R8, {"A8R8G8B8 To A8B8G8R8", "A8B8G8R8 To s_A8B8G8R8"}},
+      {R5G6B5, L8, {"R5G6B5 To R8G8B8", "R8G8B8 To L8"}},
+      {A8R8G8B8, s_A8B8G8R8, {"A8R8G8B8 To A8B8G8R8", "A8B8G8R8 To s_A8B8G8R8"}},
       // B8G8R8 has the lower value, so it wins over R8G8B8
-      {kL8, kR8, {"L8 To B8G8R8", "B8G8R8 To R8"}},
-      {kA1, kL8, {"A1 To A8", "A8 To B8G8R8", "B8G8R8 To L8"}},
-      {kA4, kSR8G8B8A8, {"A4 To A8", "A8 To A8B8G8R8", "A8B8G8R8 To R8G8B8A8", "R8G8B8A8 To s_R8G8B8A8"}},
-      {kR16f, kA8R8G8B8, {"R16f To R16", "R16 To R8", "R8 To A8R8G8B8"}},
+      {L8, R8, {"L8 To B8G8R8", "B8G8R8 To R8"}},
+      {A1, L8, {"A1 To A8", "A8 To B8G8R8", "B8G8R8 To L8"}},
+      {A4, s_R8G8B8A8, {"A4 To A8", "A8 To A8B8G8R8", "A8B8G8R8 To R8G8B8A8", "R8G8B8A8 To s_R8G8B8A8"}},
+      {R16f, A8R8G8B8, {"R16f To R16", "R16 To R8", "R8 To A8R8G8B8"}},
   };
   const std::uint32_t saved_channel = LogChannel;
   LogChannel = 7;
@@ -107,14 +103,14 @@ TEST(ConverterManager, ChainsTakeTheFewestStepsInBreadthFirstOrderAndLogEachStep
 TEST(ConverterManager, NoConverterAndNoPathGiveNullSilently) {
   LogCapture log;
   const std::pair<PixelFormatDescriptor, PixelFormatDescriptor> none[] = {
-      {kR8G8B8, kR8G8B8},               // a cycle leads back, but (X, X) needs its own converter
-      {kA8R8G8B8, kA8R8G8B8},           //
-      {kY8, kA8R8G8B8},                 // source is no vertex
-      {kA8R8G8B8, kDXT1},               // compressed data is never a target
-      {kDXT1, kA8R8G8B8},               // nor decoded
-      {SetSRGB(kR8G8B8, true), kR8},    // flags make another vertex
-      {kR8G8B8, SetSRGB(kR8G8B8, true)},
-      {D(0), kR8},
+      {R8G8B8, R8G8B8},               // a cycle leads back, but (X, X) needs its own converter
+      {A8R8G8B8, A8R8G8B8},           //
+      {kY8, A8R8G8B8},                 // source is no vertex
+      {A8R8G8B8, DXT1},               // compressed data is never a target
+      {DXT1, A8R8G8B8},               // nor decoded
+      {SetSRGB(R8G8B8, true), R8},    // flags make another vertex
+      {R8G8B8, SetSRGB(R8G8B8, true)},
+      {D(0), R8},
   };
   for (const auto& p : none) {
     EXPECT_EQ(Manager().GetConverter(p), Converter::Null) << ToString(p.first) << " to " << ToString(p.second);
@@ -141,45 +137,45 @@ TEST(ConverterManager, RegisterConverterAddsRefusesOrReplaces) {
             std::make_tuple(kM16, 1, kM16, 0));
 
   // Built-in pairs refuse without replace.
-  EXPECT_FALSE(Manager().RegisterConverter({kR8G8B8, kA8B8G8R8}, second, false));
-  EXPECT_NE(Manager().GetConverter(kR8G8B8, kA8B8G8R8).get(), second.get());
+  EXPECT_FALSE(Manager().RegisterConverter({R8G8B8, A8B8G8R8}, second, false));
+  EXPECT_NE(Manager().GetConverter(R8G8B8, A8B8G8R8).get(), second.get());
 }
 
 TEST(ConverterManager, RegisteredEdgesAreSearchedAfterBuiltInEdges) {
   // From A2, the built-in edge to A8 comes before the added edge to Y4, even
   // though Y4 has the lower value; both lead on to Y16 in one more step.
   Manager().RegisterConverter({kY4, kY16}, std::make_shared<Recorder>(), true);
-  Manager().RegisterConverter({kA8, kY16}, std::make_shared<Recorder>(), true);
-  Manager().RegisterConverter({kA2, kY4}, std::make_shared<Recorder>(), true);
+  Manager().RegisterConverter({A8, kY16}, std::make_shared<Recorder>(), true);
+  Manager().RegisterConverter({A2, kY4}, std::make_shared<Recorder>(), true);
   LogCapture log;
-  const auto conv = Manager().GetConverter(kA2, kY16);
+  const auto conv = Manager().GetConverter(A2, kY16);
   ASSERT_TRUE(conv);
   EXPECT_EQ(log.Texts(), (std::vector<std::string>{"Convert From A2 To A8", "Convert From A8 To Y16"}));
 }
 
 TEST(ConverterManager, ConvertCopyWithAConverterPointer) {
-  auto src = SurfaceDataBitmap::Create(3, 1, kR5G6B5, 0);
+  auto src = SurfaceDataBitmap::Create(3, 1, R5G6B5, 0);
   ASSERT_TRUE(src);
   const std::uint16_t px[3] = {0xFFFF, 0x0000, 0x07E0};
   std::memcpy(src->Buffer(), px, sizeof px);
 
   EXPECT_EQ(src->ConvertCopy(static_cast<Converter*>(nullptr)), SurfaceData::Null);
   // A single-step converter gets the all-zero target and cannot make a result.
-  const auto direct = Manager().GetConverter(kR5G6B5, kR8G8B8);
+  const auto direct = Manager().GetConverter(R5G6B5, R8G8B8);
   ASSERT_TRUE(direct);
   EXPECT_EQ(src->ConvertCopy(direct.get()), SurfaceData::Null);
 
   // A sequence ignores the target; converting through it logs nothing more.
-  const auto chain = Manager().GetConverter(kR5G6B5, kL8);
+  const auto chain = Manager().GetConverter(R5G6B5, L8);
   ASSERT_TRUE(chain);
   LogCapture log;
-  for (const auto& out : {src->ConvertCopy(chain.get()), src->ConvertCopy(kL8)}) {
+  for (const auto& out : {src->ConvertCopy(chain.get()), src->ConvertCopy(L8)}) {
     ASSERT_TRUE(out);
-    EXPECT_EQ(std::make_tuple(out->Format(), out->Width(), out->BytesPerRow()), std::make_tuple(kL8, 3ull, 4ull));
+    EXPECT_EQ(std::make_tuple(out->Format(), out->Width(), out->BytesPerRow()), std::make_tuple(L8, 3ull, 4ull));
     const auto* p = reinterpret_cast<const std::uint8_t*>(out->Buffer());
     EXPECT_EQ(std::vector<int>(p, p + 3), (std::vector<int>{255, 0, 149}));  // (587 * 255) / 1000
   }
-  EXPECT_EQ(log.lines.size(), 2u);  // only ConvertCopy(kL8) searched again
+  EXPECT_EQ(log.lines.size(), 2u);  // only ConvertCopy(L8) searched again
 }
 
 TEST(ConverterManager, SequencePassesEachStepItsFormatAndStopsAtAFailure) {
@@ -189,7 +185,7 @@ TEST(ConverterManager, SequencePassesEachStepItsFormatAndStopsAtAFailure) {
   const auto src = SurfaceDataBitmap::Create(5, 2, kC8, 0);
   const auto seq = Manager().GetConverter(kC8, kC24);
   ASSERT_TRUE(seq);
-  const auto out = seq->Convert(src.get(), kA8R8G8B8);  // the target is ignored
+  const auto out = seq->Convert(src.get(), A8R8G8B8);  // the target is ignored
   ASSERT_TRUE(out);
   EXPECT_EQ(std::make_tuple(out->Format(), out->Width(), out->Height()), std::make_tuple(kC24, 5ull, 2ull));
   EXPECT_EQ(std::make_tuple(c1->last_source, c1->last_target, c2->last_source, c2->last_target),

@@ -30,11 +30,6 @@ PixelFormatMeta Z(unsigned format, bool srgb = false, bool unorm = false) {
   m.compress_format = static_cast<CompressFormat>(format);
   return m;
 }
-PixelFormatMeta Garbage() {
-  PixelFormatMeta m;
-  std::memset(static_cast<void*>(&m), 0xCD, sizeof m);
-  return m;
-}
 std::string Dump(const PixelFormatMeta& m) {  // reads only the active member of the union
   std::ostringstream o;
   o << m.compressed << m.srgb << m.unnormalized;
@@ -78,7 +73,8 @@ TEST(Descriptor, ParseFormatAndMakeDescriptor) {
   };
   for (const auto& [desc, ok, want, encoded] : cases) {
     SCOPED_TRACE(::testing::Message() << std::hex << desc);
-    PixelFormatMeta m = Garbage();
+    PixelFormatMeta m;
+    std::memset(static_cast<void*>(&m), 0xCD, sizeof m);  // every field must be written
     EXPECT_EQ(ParseFormat(D(desc), &m), ok);
     EXPECT_EQ(Dump(m), Dump(want));
     if (ok) {

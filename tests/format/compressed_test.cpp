@@ -137,16 +137,14 @@ TEST(CompressedFormat, EveryTableRow) {
       EXPECT_EQ(GetCompressFormat(desc), f);
       EXPECT_EQ(Dims(desc), dims.str());
       EXPECT_EQ(CompressFormatBytesPerBlock(desc), r.bytes);
-      EXPECT_EQ(IsASTC(desc), astc);
-      EXPECT_EQ(IsPVRTCv1(desc), value >= 7 && value <= 10);
-      EXPECT_EQ(IsSignedCompressFormat(desc), is_signed);
+      EXPECT_EQ(std::make_tuple(IsASTC(desc), IsPVRTCv1(desc), IsSignedCompressFormat(desc)),
+                std::make_tuple(astc, value >= 7 && value <= 10, is_signed));
       std::string has;
       for (PixelComponent k : {PixelComponent::R, PixelComponent::G, PixelComponent::B, PixelComponent::A})
         has += HasComponent(desc, k) ? "RGBA"[has.size()] : '-';
       EXPECT_EQ(has, r.rgba);
-      EXPECT_EQ(HasAlpha(desc), r.rgba[3] == 'A');
-      EXPECT_EQ(HasAlphaOrDummy(desc), r.rgba[3] == 'A');
-      EXPECT_EQ(HasFloatComponent(desc), (flags & 4) != 0);
+      EXPECT_EQ(std::make_tuple(HasAlpha(desc), HasAlphaOrDummy(desc), HasFloatComponent(desc)),
+                std::make_tuple(r.rgba[3] == 'A', r.rgba[3] == 'A', (flags & 4) != 0));
       const std::string name = std::string(flags & 2 ? "s_" : "") + (flags & 4 ? "u_" : "") + r.name;
       EXPECT_EQ(ToString(desc), name);
       PixelFormatDescriptor back{};

@@ -103,12 +103,12 @@ TEST(ConverterManager, ChainsTakeTheFewestStepsInBreadthFirstOrderAndLogEachStep
 TEST(ConverterManager, NoConverterAndNoPathGiveNullSilently) {
   LogCapture log;
   const std::pair<PixelFormatDescriptor, PixelFormatDescriptor> none[] = {
-      {R8G8B8, R8G8B8},               // a cycle leads back, but (X, X) needs its own converter
-      {A8R8G8B8, A8R8G8B8},           //
-      {kY8, A8R8G8B8},                 // source is no vertex
-      {A8R8G8B8, DXT1},               // compressed data is never a target
-      {DXT1, A8R8G8B8},               // nor decoded
-      {SetSRGB(R8G8B8, true), R8},    // flags make another vertex
+      {R8G8B8, R8G8B8},             // a cycle leads back, but (X, X) needs its own converter
+      {A8R8G8B8, A8R8G8B8},         //
+      {kY8, A8R8G8B8},              // source is no vertex
+      {A8R8G8B8, DXT1},             // compressed data is never a target
+      {DXT1, A8R8G8B8},             // nor decoded
+      {SetSRGB(R8G8B8, true), R8},  // flags make another vertex
       {R8G8B8, SetSRGB(R8G8B8, true)},
       {D(0), R8},
   };

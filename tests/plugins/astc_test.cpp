@@ -43,11 +43,12 @@ TEST(ASTCRead, BlockShapesAndBounds) {
     MipmapType type;
     const char* log;  // the one expected log line, or ""
   };
-  // Plain 2-D and 3-D block files are shown by the corpus rows.
   // clang-format off
   const Case cases[] = {
+      {"2-D blocks", 4, 4, 1, 8, 8, 1, 64, "ASTC_RGBA_4x4", MipmapType::Surface, ""},
       {"trailing bytes", 12, 10, 1, 13, 9, 1, 32 + 7, "ASTC_RGBA_12x10", MipmapType::Surface, ""},
       {"2-D blocks, depth 6", 4, 4, 1, 8, 8, 6, 384, "ASTC_RGBA_4x4", MipmapType::Volume, ""},
+      {"3-D blocks", 3, 3, 3, 6, 6, 6, 128, "ASTC_RGBA_3x3x3", MipmapType::Volume, ""},
       {"3-D blocks, depth 1: a surface, too short", 6, 6, 5, 6, 6, 1, 16, nullptr, {},
        "ASTC blocks memory overflow: expect 592, current 32, refuse loading!"},
       {"block depth 2", 4, 4, 2, 8, 8, 1, 64, nullptr, {}, "Unsupport astc block 4 4 2"},

@@ -33,9 +33,8 @@ std::string Pixels(const std::vector<std::string>& palette, const std::string& i
   return out;
 }
 
-// Plain 24-bit rows either way up, 8-bit palettes without alpha and 5-6-5
-// masks are shown by the corpus rows.
 TEST(BMPRead, FormatAndPixelsOfEveryLayout) {
+  const std::string top = "\x11\x12\x13\x14\x15\x16", bottom = "\1\2\3\4\5\6", pad(2, '\0');
   std::vector<std::string> greys;
   for (int i = 0; i < 16; ++i) greys.push_back(std::string(3, static_cast<char>(i)));
   const struct {
@@ -45,14 +44,20 @@ TEST(BMPRead, FormatAndPixelsOfEveryLayout) {
     std::string pixels;  // top row first, rows without padding
   } cases[] = {
       // clang-format off
+      {"24-bit bottom-up", {40, 2, 2, 24, 0, 0, {}, {}, BMPBytes(bottom + pad + top + pad)}, formats::R8G8B8, top + bottom},
+      {"24-bit top-down", {40, 2, -2, 24, 0, 0, {}, {}, BMPBytes(top + pad + bottom + pad)}, formats::R8G8B8, top + bottom},
       {"32-bit, fourth bytes 0", {40, 1, 2, 32, 0, 0, {}, {}, BMPWords({0x030201, 0x060504})}, formats::X8R8G8B8,
        std::string("\4\5\6\0\1\2\3\0", 8)},
       {"32-bit, one alpha", {40, 1, 2, 32, 0, 0, {}, {}, BMPWords({0x030201, 0x07060504})}, formats::A8R8G8B8,
        std::string("\4\5\6\7\1\2\3\0", 8)},
       {"32-bit, R G B A masks", testing::BMPRotatedLayout(), formats::A8R8G8B8,
        std::string("\1\2\3\x80\4\5\6\0\7\x08\x09\0\x0a\x0b\x0c\x40", 16)},
+      {"palette, reserved bytes 0", {40, 2, 1, 8, 0, 2, {}, BMPWords({0x112233, 0x445566}), BMPWords({1})},
+       formats::A8R8G8B8, "\x66\x55\x44\xff\x33\x22\x11\xff"},
       {"palette with alpha", {40, 2, 1, 8, 0, 2, {}, BMPWords({0x80112233, 0}), BMPWords({1})}, formats::A8R8G8B8,
        std::string("\0\0\0\0\x33\x22\x11\x80", 8)},
+      {"16-bit, 5-6-5 masks", {40, 1, 1, 16, 3, 0, BMPWords({0xF800, 0x7E0, 0x1F}), {}, BMPWords({0x1234})},
+       formats::R5G6B5, "\x34\x12"},
       {"16-bit, no masks", {40, 1, 1, 16, 0, 0, {}, {}, BMPWords({0x1234})}, formats::A1R5G5B5, "\x34\x12"},
       {"OS/2 core, 1-bit", testing::BMPCoreLayout(), formats::R8G8B8,
        Pixels({"\x10\x20\x30", "\x40\x50\x60"}, "010110100101001011")},

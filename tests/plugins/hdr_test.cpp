@@ -52,8 +52,6 @@ TEST(HDR, SignatureNeedsAKnownMagicLineAndSixteenBytes) {
 }
 
 // Header lines and scanlines: what the first pixel decodes to, or the message.
-// +Y rows, a single exposure, run-length rows, XYZE, gamma and zero-length
-// runs are shown by the corpus rows.
 TEST(HDR, HeadersAndScanlines) {
   const std::string one = "\x80\x80\x80\x81", ones = Flat(8, one);  // 1.0 in each colour
   const std::string rle = testing::HDRRleRow(8, "\x88\x80\x88\x80\x88\x80\x88\x81");
@@ -64,14 +62,20 @@ TEST(HDR, HeadersAndScanlines) {
     const char* message;  // when refused
   } cases[] = {
       {rgbe, "-Y 4 +X 8", Flat(32, one), 1.0f, nullptr},
+      {rgbe, "+Y 4 +X 8", Flat(32, one), 1.0f, nullptr},
+      {rgbe + "EXPOSURE=2\n", "-Y 1 +X 8", ones, 0.5f, nullptr},
       {rgbe + "EXPOSURE=0\n", "-Y 1 +X 8", ones, 1.0f, nullptr},
       {rgbe + "EXPOSURE=2\nEXPOSURE=4\nGAMMA=1\n", "-Y 1 +X 8", ones, 0.25f, nullptr},
+      {rgbe, "-Y 2 +X 8", rle + rle, 1.0f, nullptr},
       {rgbe, "-Y 1 +X 8", "\x02\x02\x00\x09"s + Flat(7, one), 0, nullptr},  // another width: a flat pixel
       {"#?RADIANCE\n\n", "-Y 1 +X 8", ones, 0, "Unsupported hdr image format 32-bit_rle_xyze"},
+      {"#?RADIANCE\nFORMAT=32-bit_rle_xyze\n", "-Y 1 +X 8", ones, 0, "Unsupported hdr image format"},
       {"#?RADIANCE\nFORMAT=32-bit_rle_rgbe\r\n", "-Y 1 +X 8", ones, 0, "Unsupported hdr image format"},
+      {rgbe + "GAMMA=2.2\n", "-Y 1 +X 8", ones, 0, "gamma currently not support in hdr image format"},
       {rgbe, "-Y 1 +X", ones, 0, "Invalid Image size"},
       {rgbe, "-Y 1 +X 0", "", 0, "Invalid Image size"},
       {rgbe, "Y 1 X 8", ones, 0, "Invalid Image size"},
+      {rgbe, "-Y 1 +X 8", testing::HDRRleRow(8, "\0\x88\x80\x88\x80\x88\x80\x88\x81"s), 0, "rle scanline error"},
       {rgbe, "-Y 1 +X 8", testing::HDRRleRow(8, "\x89\x80\x88\x80\x88\x80\x88\x81"), 0, "rle scanline error"},
       {rgbe, "-Y 1 +X 8", testing::HDRRleRow(8, "\x09" + Flat(9, "\x80")), 0, "rle scanline error"},
       {rgbe, "-Y 2 +X 8", Flat(15, one), 0, "unexpected end of data"},

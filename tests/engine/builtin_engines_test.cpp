@@ -47,15 +47,16 @@ void Put(std::vector<char>& out, SurfaceData& dst, ull x, ull y, const char* pix
   std::copy_n(pixel, Bpp(dst), out.begin() + (Px(dst, x, y) - dst.Buffer()));
 }
 
-// Expected destination: its present bytes, with each source pixel copied to
-// where `to` sends it. Everything else, row padding included, stays.
+// Expected destination: its present bytes, with each pixel that `from` maps
+// inside the source replaced by that source pixel. Everything else, row
+// padding included, stays.
 using Map = std::function<std::pair<ull, ull>(ull x, ull y)>;
-std::vector<char> Expect(SurfaceData& src, SurfaceData& dst, const Map& to) {
+std::vector<char> Expect(SurfaceData& src, SurfaceData& dst, const Map& from) {
   std::vector<char> out = Bytes(dst);
-  for (ull y = 0; y < src.Height(); ++y)
-    for (ull x = 0; x < src.Width(); ++x) {
-      const auto [dx, dy] = to(x, y);
-      Put(out, dst, dx, dy, Px(src, x, y));
+  for (ull y = 0; y < dst.Height(); ++y)
+    for (ull x = 0; x < dst.Width(); ++x) {
+      const auto [sx, sy] = from(x, y);
+      if (sx < src.Width() && sy < src.Height()) Put(out, dst, x, y, Px(src, sx, sy));
     }
   return out;
 }
@@ -78,8 +79,8 @@ TEST(BuiltInEngines, PixelMappingsAreByteExactAndLeavePaddingAlone) {
       const Map mirror = [&](ull x, ull y) { return std::pair{w - 1 - x, y}; };
       const Map upside_down = [&](ull x, ull y) { return std::pair{x, h - 1 - y}; };
       const Map half = [&](ull x, ull y) { return std::pair{w - 1 - x, h - 1 - y}; };
-      const Map clockwise = [&](ull x, ull y) { return std::pair{h - 1 - y, x}; };
-      const Map counter = [&](ull x, ull y) { return std::pair{y, w - 1 - x}; };
+      const Map clockwise = [&](ull x, ull y) { return std::pair{y, h - 1 - x}; };
+      const Map counter = [&](ull x, ull y) { return std::pair{w - 1 - y, x}; };
       struct Op {
         const char* what;
         bool in_place, turned;
@@ -124,9 +125,7 @@ TEST(BuiltInEngines, CropCopiesTheRectangleAndClipsToTheSource) {
   // The 3 x 3 destination reaches past the source and gets only what exists.
   for (const auto& [x0, y0, n] : std::vector<std::tuple<ull, ull, ull>>{{2, 1, 2}, {3, 2, 3}}) {
     auto dst = Make(formats::R8G8B8, n, n);
-    auto want = Bytes(*dst);
-    for (ull y = 0; y < n && y0 + y < 4; ++y)
-      for (ull x = 0; x < n && x0 + x < 4; ++x) Put(want, *dst, x, y, Px(*src, x0 + x, y0 + y));
+    const auto want = Expect(*src, *dst, [x0 = x0, y0 = y0](ull x, ull y) { return std::pair{x0 + x, y0 + y}; });
     ASSERT_TRUE(DefaultCropEngine()->Crop(src.get(), x0, y0, dst.get()));
     EXPECT_EQ(Bytes(*dst), want);
   }
@@ -135,10 +134,8 @@ TEST(BuiltInEngines, CropCopiesTheRectangleAndClipsToTheSource) {
 TEST(BuiltInEngines, ExtrudeRepeatsEdgesAndCorners) {
   auto src = Patterned(formats::R8G8B8, 2, 2);  // [[a b] [c d]]
   auto dst = Make(formats::R8G8B8, 7, 5);    // left 2, top 2, bottom 1; 3 padding bytes a row
-  const ull sx[] = {0, 0, 0, 1, 1, 1, 1}, sy[] = {0, 0, 0, 1, 1};
-  std::vector<char> want = Bytes(*dst);
-  for (ull y = 0; y < 5; ++y)
-    for (ull x = 0; x < 7; ++x) Put(want, *dst, x, y, Px(*src, sx[x], sy[y]));
+  // Columns and rows 0 to 2 repeat the source's first column and row, the others its last.
+  const auto want = Expect(*src, *dst, [](ull x, ull y) { return std::pair<ull, ull>{x > 2, y > 2}; });
   // The right border runs to the destination's width; the right count is not read.
   ASSERT_TRUE(DefaultExtrudeEngine()->Extrude(src.get(), 2, 0, 2, 1, dst.get()));
   EXPECT_EQ(Bytes(*dst), want);

@@ -150,6 +150,14 @@ void FillMissing(u8* out, std::size_t stride) {
   }
 }
 
+// A BC4 (one channel) or BC5 (two channels, 8 bytes each) block.
+template <bool Signed, bool HasGreen>
+void DecodeRedGreen(const u8* b, u8* out, std::size_t stride) {
+  DecodeChannel<Signed, 0>(b, out, stride);
+  if (HasGreen) DecodeChannel<Signed, 1>(b + 8, out, stride);
+  FillMissing<Signed, HasGreen>(out, stride);
+}
+
 // ---------------------------------------------------------------------------
 // Shared by BC6H and BC7: the 128-bit block read from bit 0 upwards.
 
@@ -603,36 +611,22 @@ bool DecodeBC(const BlockSource& src, const PixelTarget& dst) {
       });
       return true;
     case CompressFormat::BC4_unsigned:
-      ForEachBlock<4, 4, 4>(src, 8, dst, [](const u8* b, u8* o, S s) {
-        DecodeChannel<false, 0>(b, o, s);
-        FillMissing<false, false>(o, s);
-      });
+      ForEachBlock<4, 4, 4>(src, 8, dst, DecodeRedGreen<false, false>);
       return true;
     case CompressFormat::BC4_signed:
-      ForEachBlock<4, 4, 4>(src, 8, dst, [](const u8* b, u8* o, S s) {
-        DecodeChannel<true, 0>(b, o, s);
-        FillMissing<true, false>(o, s);
-      });
+      ForEachBlock<4, 4, 4>(src, 8, dst, DecodeRedGreen<true, false>);
       return true;
     case CompressFormat::BC5_unsigned:
-      ForEachBlock<4, 4, 4>(src, 16, dst, [](const u8* b, u8* o, S s) {
-        DecodeChannel<false, 0>(b, o, s);
-        DecodeChannel<false, 1>(b + 8, o, s);
-        FillMissing<false, true>(o, s);
-      });
+      ForEachBlock<4, 4, 4>(src, 16, dst, DecodeRedGreen<false, true>);
       return true;
     case CompressFormat::BC5_signed:
-      ForEachBlock<4, 4, 4>(src, 16, dst, [](const u8* b, u8* o, S s) {
-        DecodeChannel<true, 0>(b, o, s);
-        DecodeChannel<true, 1>(b + 8, o, s);
-        FillMissing<true, true>(o, s);
-      });
+      ForEachBlock<4, 4, 4>(src, 16, dst, DecodeRedGreen<true, true>);
       return true;
     case CompressFormat::BC6H_unsigned:
-      ForEachBlock<8, 4, 4>(src, 16, dst, [](const u8* b, u8* o, S s) { DecodeBC6H<false>(b, o, s); });
+      ForEachBlock<8, 4, 4>(src, 16, dst, DecodeBC6H<false>);
       return true;
     case CompressFormat::BC6H_signed:
-      ForEachBlock<8, 4, 4>(src, 16, dst, [](const u8* b, u8* o, S s) { DecodeBC6H<true>(b, o, s); });
+      ForEachBlock<8, 4, 4>(src, 16, dst, DecodeBC6H<true>);
       return true;
     case CompressFormat::BC7:
       ForEachBlock<4, 4, 4>(src, 16, dst, DecodeBC7);

@@ -219,12 +219,12 @@ void DecodeEac11(const std::uint8_t* block, std::uint16_t* values) {
   }
 }
 
-// R11 or RG11 (`channels` 1 or 2) into R16G16B16A16 pixels: blue 0, alpha opaque.
-template <bool Signed>
-void DecodeEacBlock(const std::uint8_t* block, unsigned channels, std::uint8_t* out, std::size_t stride) {
+// R11 or RG11 (`Channels` 1 or 2) into R16G16B16A16 pixels: blue 0, alpha opaque.
+template <bool Signed, unsigned Channels>
+void DecodeEac(const std::uint8_t* block, std::uint8_t* out, std::size_t stride) {
   std::uint16_t values[2][16] = {};
   DecodeEac11<Signed>(block, values[0]);
-  if (channels == 2) DecodeEac11<Signed>(block + 8, values[1]);
+  if (Channels == 2) DecodeEac11<Signed>(block + 8, values[1]);
   const std::uint16_t opaque = Signed ? 32767 : 65535;
   for (unsigned p = 0; p < 16; ++p) {
     const std::uint16_t pixel[4] = {values[0][p], values[1][p], 0, opaque};
@@ -270,23 +270,17 @@ bool DecodeETC(const BlockSource& src, const PixelTarget& dst) {
       });
       return true;
     case CompressFormat::EAC_R11:
-    case CompressFormat::EAC_RG11: {
-      const unsigned channels = src.format == CompressFormat::EAC_RG11 ? 2 : 1;
-      ForEachBlock<8, 4, 4>(src, 8 * channels, dst,
-                            [channels](const std::uint8_t* block, std::uint8_t* out, std::size_t stride) {
-                              DecodeEacBlock<false>(block, channels, out, stride);
-                            });
+      ForEachBlock<8, 4, 4>(src, 8, dst, DecodeEac<false, 1>);
       return true;
-    }
+    case CompressFormat::EAC_RG11:
+      ForEachBlock<8, 4, 4>(src, 16, dst, DecodeEac<false, 2>);
+      return true;
     case CompressFormat::EAC_SIGNED_R11:
-    case CompressFormat::EAC_SIGNED_RG11: {
-      const unsigned channels = src.format == CompressFormat::EAC_SIGNED_RG11 ? 2 : 1;
-      ForEachBlock<8, 4, 4>(src, 8 * channels, dst,
-                            [channels](const std::uint8_t* block, std::uint8_t* out, std::size_t stride) {
-                              DecodeEacBlock<true>(block, channels, out, stride);
-                            });
+      ForEachBlock<8, 4, 4>(src, 8, dst, DecodeEac<true, 1>);
       return true;
-    }
+    case CompressFormat::EAC_SIGNED_RG11:
+      ForEachBlock<8, 4, 4>(src, 16, dst, DecodeEac<true, 2>);
+      return true;
     default:
       return false;
   }
